@@ -249,7 +249,7 @@ extern "C" {
 #define RYN_EXTRA_LINE                 72   /* channel, 256: last line of every message text; empty: none. Stored */
 #define RYN_LOCAL_ADDRESS              73   /* channel: local address to connect from, a dotted quad. The address as a number */
 #define RYN_LOCAL_HOST_NAME            74   /* channel, 64: the name in HELO and EHLO; "*": the computer's; empty: RYN_ERR_NULL_POINTER. Stored */
-#define RYN_RCPT_TRACE_FILE            77   /* channel: opens the recipient trace NAME_c.log, c being the channel. The handle, or a status */
+#define RYN_RCPT_TRACE_FILE            77   /* channel: opens the recipient trace NAME_c.log, c being the channel; empty closes it. The handle, 0, or a status */
 #define RYN_TEST_PATH                  2001 /* 1 if a file can be made in that folder, else RYN_ERR_NO_SUCH_PATH */
 
 /* --- Codes of rynStatistics. ------------------------------------------------------------------- */
@@ -267,7 +267,7 @@ extern "C" {
 #define RYN_STAT_EMAIL_COUNT           17   /* messages on the server */
 #define RYN_STAT_MESSAGE_SIZE          18   /* size of the message asked for */
 #define RYN_STAT_BUFFER_USED           19   /* bytes in the host's buffer */
-#define RYN_STAT_SOCKET_STATE          20   /* above 0: data can be sent; 0: not now; RYN_ERR_CONNECT_FAILED, RYN_ERR_NO_SUCH_VSOCK */
+#define RYN_STAT_SOCKET_STATE          20   /* 1: data can be sent; 0: not now; RYN_ERR_CONNECT_FAILED: the connect has failed, there is no socket, or a target file is written */
 #define RYN_STAT_ATTACH_COUNT          22   /* attachments of the last message */
 #define RYN_STAT_VERIFY_RESULT         24   /* outcome of rynVerifyUser */
 #define RYN_STAT_BUILD                 26   /* build number */
@@ -452,7 +452,9 @@ RYN_API int32_t rynTestConnect(uint32_t channel, const char *server, uint32_t po
  *                empty: an empty text
  *   attachments  null or empty
  * Returns  0: the server has taken the message, or (with RYN_IGNORE_RCPT_REFUSAL) refused all
- *          recipients: RYN_STAT_ACCEPTED_RECIPIENTS tells. Manual: 0 when the work has begun
+ *          recipients: RYN_STAT_ACCEPTED_RECIPIENTS tells. A server that closes instead of its last
+ *          reply gives 0 too: RYN_STAT_REPLY_CODE is then 0 and not 250. Manual: 0 when the work has
+ *          begun
  * Errors   RYN_ERR_SMTP_ONLY, RYN_ERR_NOT_CONNECTED, RYN_ERR_NO_RECIPIENT,
  *          RYN_ERR_MISSING_LEFT_ANGLE, RYN_ERR_MISSING_RIGHT_ANGLE: the first entry of a list has no
  *          brackets; RYN_ERR_NULL_POINTER: a later one; RYN_ERR_NO_MEMORY; RYN_ERR_NO_SUCH_OPTION:

@@ -1,0 +1,176 @@
+// The record of one channel: everything that a conversation needs, made by rynAttach and destroyed
+// by rynRelease. One flat record of plain fields, zero-filled at birth; it lives in memory block
+// slot 0 of its channel. A text of n chars is [n + 1]; a pointer is null or points into a live
+// memory block of the channel unless told otherwise.
+#pragma once
+
+#include "include/ryn32.h"
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+
+constexpr size_t ScratchCapacity = 65537;
+constexpr size_t CommandCapacity = 65537;
+constexpr size_t ReplyCapacity = 16386;
+constexpr int32_t ReplyReadCapacity = 8192; // what reads of server lines use of ReplyBuffer
+constexpr size_t WindowCapacity = 16384;    // what the message window uses of its field
+
+struct Channel {
+    // --- identity ---
+    uint32_t LocalBindAddress; // host order, 0 = none
+    int32_t ChannelNumber;
+    char LocalHostName[64 + 1]; // name for HELO and EHLO; empty = worked out
+
+    // --- work buffers; the first byte of the second and third is cleared by every rynDriver ---
+    char ScratchBuffer[ScratchCapacity];    // where log lines are formatted
+    char CommandBuffer[CommandCapacity];    // what a state sends
+    char ReplyBuffer[ReplyCapacity];        // where server lines arrive
+    char MessageWindow[WindowCapacity + 4]; // read window of the message text
+
+    // --- texts of the session ---
+    char LastReply[2048 + 1]; // head of the server's last reply
+    char ServerName[256 + 1]; // name or dotted quad
+    char FromAddress[256 + 1];
+    char ReplyToAddress[256 + 1];
+    char UserName[64 + 1];
+    char AuthPassword[2048 + 1];
+    char AuthLines[2048 + 1]; // what the server's AUTH lines offer
+    char LastRecipient[32 + 1];
+    char ErrorFileName[128 + 1]; // path that the last failed operation met
+    char ExtraLine[256 + 1];     // last line of each message text; empty = none
+    char ListArguments[16 + 1];  // of the IMAP LIST
+
+    // --- what the last fetch saved; lists by AttachDelimiter ---
+    char AttachList[5121 + 1];
+    char TypeList[5121 + 1];
+    char IdList[5121 + 1];
+
+    // --- message being sent: texts in memory slots 1 to 9, written by the send operations ---
+    char* ToList;
+    char* CcList;
+    char* BccList;
+    char* SubjectText;
+    const char* MessageText; // moves on as it is read; a fixed empty text if none was given
+    char* InlineText;
+    char* AltText;
+    char* AttachmentText;
+    char* ExtraHeaders;
+    char* RecipientCursor;  // rest of the list in hand, behind the address in hand
+    char* CurrentRecipient; // address in hand
+    char* RecipientEnd;     // its delimiter, overwritten by 0 meanwhile; null = last of its list
+    char* AttachBegPtr;     // list entry in hand
+
+    // --- recipients ---
+    int32_t AcceptedRecipients; // in this send
+    int32_t CcStarted;          // 1 = list walked, being walked or absent
+    int32_t BccStarted;
+    int32_t VerifyResult;  // 1 or 0, of the last VRFY
+    uint8_t RefusalIsOpen; // 1 = lines of a refusal are still to come
+
+    // --- connection ---
+    int32_t VSock;       // -1 = none
+    int32_t StunnelSlot; // -1 = no tunnel process
+    uint16_t ServerPort; // of the connection under way
+    uint16_t SmtpPort;   // starts at 25
+    uint16_t Pop3Port;   // starts at 110
+    uint16_t ImapPort;   // starts at 143
+    char Protocol;       // 'S', 'P', 'I' or 0
+    uint8_t TargetMode;  // 1 = writes to a target file
+    uint8_t SourceMode;  // 1 = reads from a source file
+    uint8_t TestConnectOnly;
+    int32_t NonBlockingConnect;
+
+    // --- driver: written by states and operations, read by rynDriver ---
+    int32_t NextState;         // state of the next call; ST_IDLE = nothing to do
+    int32_t ThisState;         // state being run; -1 between calls
+    int32_t PrevState;         // state run before; starts at -2
+    int32_t AfterConnectState; // entered when the connection stands
+    uint32_t NotBeforeTick;    // ms tick; 0 = no restraint
+    uint32_t DeadlineTick;     // ms tick; 0 = no deadline
+    uint8_t WaitWritable;      // 1 = the socket must take data before a state is run
+    uint8_t WaitsForPeer;      // 1 = the last state found nothing to read; RunDriver may pause
+    int32_t AutoCallDriver;    // 1 = operations loop on the driver
+    uint32_t DriverCalls;      // states run
+    int32_t LastSockCode;      // socket status of the last failure, 0 = none
+    uint32_t ReplyCode;        // number of the last reply
+
+    // --- traffic of the message in hand, in bytes ---
+    uint32_t MsgBytesRead;
+    uint32_t AttachBytesRead;
+    uint32_t MsgBytesSent;
+    uint32_t AttachBytesSent;
+
+    // --- virtual files, owned; 0 = none ---
+    int32_t LogHandle;
+    int32_t RcptTraceFile;
+    int32_t AttachHandle; // the message text or attachment being read
+    int32_t AltHandle;    // the plain alternative being read
+
+    // --- reading the message text ---
+    int32_t MessageInMemory; // 1 = from MessageText, 0 = from AttachHandle
+    int32_t WindowPos;       // next byte of MessageWindow
+    int32_t WindowEnd;       // behind its last byte
+    int32_t WindowAtEof;     // 1 = the source holds no more
+    char PeekedChar;         // read ahead; 0 = none
+
+    // --- shape of the message being sent ---
+    int32_t MessageType; // 0 to 31
+    uint8_t HtmlCharset;
+    uint8_t IsHtml;
+    uint8_t IsForward;
+    uint8_t MixedOpen;     // 1 = the outer boundary is in force
+    uint8_t InlinePending; // 1 = AttachBegPtr walks InlineText
+    int32_t ContentIdCount;
+
+    // --- settings of rynIntegerParam ---
+    uint8_t UseEhlo;
+    uint8_t UseApop;
+    uint8_t AuthMethods;
+    uint8_t IgnoreRcptRefusal;
+    uint8_t SendXMailer;
+    uint8_t SendXMailAgent;
+    uint8_t MultipartKind;
+    uint8_t NoRelatedPart;
+    uint8_t FilenamePageCode;
+    uint8_t QuoteAttachments;
+    uint8_t DetectImages;
+    uint8_t DecodeState;
+    uint8_t TagTextParts;
+    uint8_t Rfc822Keep;
+    uint8_t SkipAttachData;
+    uint8_t RawPrefix;
+    uint8_t NoExpunge;
+    int32_t AttachNumbering;
+    int32_t AttachNumberBase;
+    int32_t SaveUnnamedBase64;
+    int32_t AttCounter;
+
+    // --- results of a fetch ---
+    int32_t EmailCount;
+    int32_t MessageSize;
+    int32_t UserBufferUsed;
+    int32_t AttachCount;
+    int32_t ImapUidValidity;
+};
+
+// Channels attached; 0 = the library is not attached. Published last by rynAttach.
+extern std::atomic<uint32_t> ChannelCount;
+extern Channel* ChannelTable[RYN_MAX_CHANNELS];
+
+// The two guards of every operation with a channel: 0, RYN_ERR_NOT_ATTACHED or
+// RYN_ERR_CHANNEL_RANGE.
+int32_t GuardChannel(uint32_t channel);
+
+// Makes channel number index with its start values; 1 or RYN_ERR_NO_MEMORY.
+int32_t CreateChannel(int32_t index);
+
+// Closes the channel's socket, if it has one, and forgets it: the result of vsClose, or 999.
+int32_t CloseChannelSocket(Channel& ch);
+
+// Lets go of an attached source or target file and of the socket number that stood for it.
+void DetachFiles(Channel& ch);
+
+// Closes the message text, the alternative and the recipient trace that a broken send left open.
+void CloseTransferFiles(Channel& ch);
+void CloseRecipientTrace(Channel& ch);

@@ -1,0 +1,182 @@
+// The operations on a channel as a whole: attach, release, close, abort, and the question whether
+// it is connected.
+#include "codec/text.h"
+#include "frame/channel.h"
+#include "frame/driver.h"
+#include "frame/log.h"
+#include "frame/memory.h"
+#include "frame/settings.h"
+#include "platform/platform.h"
+#include "transport/channel_io.h"
+#include "transport/vsock.h"
+
+constexpr uint32_t WaitPerChannel = 2000; // ms that each channel adds to the waits
+constexpr int32_t Attached = 999;
+
+// --- attach and release ---
+
+static void FormVersionText()
+{
+    FormatText(VersionText, sizeof VersionText, "Win32 %u %u.%u.%u (%u)", CID,
+               VersionNumber >> 8 & 15, VersionNumber >> 4 & 15, VersionNumber & 15, BuildNumber);
+}
+
+static void FreeChannels(uint32_t count)
+{
+    for (uint32_t i = count; i-- > 0;) {
+        FreeMemory(static_cast<int32_t>(i), SLOT_CHANNEL, SLOT_CHANNEL);
+        ChannelTable[i] = nullptr;
+    }
+}
+
+// Makes the records: 1, or a status with nothing left behind.
+static int32_t MakeChannels(uint32_t channels)
+{
+    for (uint32_t i = 0; i < channels; i++) {
+        const int32_t status = CreateChannel(static_cast<int32_t>(i));
+        if (status < 0) {
+            FreeChannels(i);
+            return status;
+        }
+    }
+    return 1;
+}
+
+// What stands under the lock: 1, or a status.
+static int32_t BuildChannels(uint32_t channels)
+{
+    ReplyTimeout += channels * WaitPerChannel;
+    DataTimeout += channels * WaitPerChannel;
+    FetchTimeout += channels * WaitPerChannel;
+    if (const int32_t status = vsInit(channels, PollDelay); status < 0)
+        return status;
+    BlockTableReset();
+    if (const int32_t status = MakeChannels(channels); status < 0) {
+        vsShutdown();
+        return status;
+    }
+    FormatText(BoundarySeed, sizeof BoundarySeed, "===RYN%u99%d===", CID,
+               static_cast<int32_t>(osTickCount()));
+    return 1;
+}
+
+int32_t rynAttach(uint32_t channels)
+{
+    if (ChannelCount.load(std::memory_order_acquire) > 0)
+        return RYN_ERR_ALREADY_ATTACHED;
+    if (channels > RYN_MAX_CHANNELS)
+        return RYN_ERR_CHANNEL_RANGE;
+    FormVersionText();
+    osLockEnter(OS_LOCK_ATTACH);
+    const int32_t status = BuildChannels(channels);
+    osLockLeave(OS_LOCK_ATTACH);
+    if (status < 0)
+        return status;
+    osComputerName(ComputerName, sizeof ComputerName);
+    ChannelCount.store(channels, std::memory_order_release); // from here on guards see the channels
+    return Attached;
+}
+
+static void ReleaseChannel(Channel& ch)
+{
+    DetachFiles(ch);
+    if (ch.VSock >= 0)
+        CloseChannelSocket(ch);
+    CloseTransferFiles(ch);
+    CloseRecipientTrace(ch);
+    if (ch.LogHandle != 0) {
+        LogFormat(ch, "*** Releasing channel %d ***\r\n", ch.ChannelNumber);
+        CloseLog(ch);
+    }
+    FreeMemory(ch.ChannelNumber, SLOT_TO, SLOT_SEARCH);
+}
+
+int32_t rynRelease(void)
+{
+    const uint32_t count = ChannelCount.load(std::memory_order_acquire);
+    if (count == 0)
+        return 1;
+    char line[FormatCapacity];
+    FormatText(line, sizeof line, "*** rynRelease: %s ***\r\n", VersionText);
+    LogGlobal(line);
+    osLockEnter(OS_LOCK_ATTACH);
+    osYield();
+    ForgetGlobalLog();
+    for (uint32_t i = count; i-- > 0;)
+        ReleaseChannel(*ChannelTable[i]);
+    FreeChannels(count);
+    ChannelCount.store(0, std::memory_order_release);
+    vsShutdown();
+    osLockLeave(OS_LOCK_ATTACH);
+    return 1;
+}
+
+// --- close and abort ---
+
+static void FreeMessage(Channel& ch)
+{
+    FreeMemory(ch.ChannelNumber, SLOT_TO, SLOT_SEARCH);
+    ch.MessageText = nullptr; // may have led to the fixed empty text
+}
+
+// The farewell to the server, and the end of the conversation whatever comes of it.
+static int32_t EndConversation(Channel& ch)
+{
+    ch.WaitWritable = 1;
+    ch.NextState = ST_QUIT;
+    if (ch.AutoCallDriver == 0)
+        return 0;
+    const int32_t result = RunDriver(ch);
+    CloseChannelSocket(ch);
+    FreeMessage(ch);
+    ch.Protocol = 0;
+    return result;
+}
+
+int32_t rynClose(uint32_t channel)
+{
+    if (const int32_t status = GuardChannel(channel); status < 0)
+        return status;
+    Channel& ch = *ChannelTable[channel];
+    LogFormat(ch, "*** rynClose(%u)\r\n", channel);
+    CloseRecipientTrace(ch);
+    if (ch.ExtraHeaders != nullptr)
+        ch.ExtraHeaders[0] = 0;
+    CloseTransferFiles(ch);
+    const VSockRecord* record = vsRecord(ch.VSock);
+    if (record != nullptr && (record->SourceFile != 0 || record->TargetFile != 0)) {
+        if (record->TargetFile != 0)
+            ch.ErrorFileName[0] = 0;
+        DetachFiles(ch);
+        return 1;
+    }
+    if (vsGetInfo(ch.VSock, VS_INFO_IS_OPEN) == 0)
+        return 0;
+    return EndConversation(ch);
+}
+
+int32_t rynAbort(uint32_t channel)
+{
+    if (const int32_t status = GuardChannel(channel); status < 0)
+        return status;
+    Channel& ch = *ChannelTable[channel];
+    LogText(&ch, "*** rynAbort\r\n");
+    CloseTransferFiles(ch);
+    ch.AfterConnectState = 0;
+    ch.LastSockCode = 0;
+    ch.AutoCallDriver = 1;
+    ch.TestConnectOnly = 0;
+    DetachFiles(ch);
+    CloseChannelSocket(ch);
+    ch.NotBeforeTick = 0;
+    ch.DeadlineTick = 0;
+    ch.NextState = ST_IDLE;
+    return 1;
+}
+
+int32_t rynIsConnected(uint32_t channel)
+{
+    if (const int32_t status = GuardChannel(channel); status < 0)
+        return status;
+    return ChannelConnected(*ChannelTable[channel], 0);
+}

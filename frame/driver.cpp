@@ -1,0 +1,197 @@
+// The driver: what happens before and after each state, the ways out of a state, the loop of
+// automatic driving. The states themselves stand in the files of their dialogues and are listed in
+// state_table.cpp.
+#include "frame/driver.h"
+
+#include "codec/text.h"
+#include "frame/log.h"
+#include "frame/settings.h"
+#include "frame/state_table.h"
+#include "frame/status.h"
+#include "platform/platform.h"
+#include "transport/channel_io.h"
+#include "transport/replies.h"
+#include "transport/vsock.h"
+
+constexpr uint32_t NotRipePause = 10;      // ms
+constexpr uint32_t NotWritablePause = 100; // ms
+constexpr uint32_t PeerPause = 1;          // ms between two looks of RunDriver for a reply
+
+// --- ways out of a state ---
+
+int32_t Stay(Channel& ch)
+{
+    ch.PrevState = ch.ThisState;
+    ch.ThisState = -1;
+    return ch.NextState;
+}
+
+int32_t Wait(Channel& ch)
+{
+    ch.WaitsForPeer = 1;
+    return Stay(ch);
+}
+
+int32_t Go(Channel& ch, State next)
+{
+    ch.NextState = next;
+    return Stay(ch);
+}
+
+int32_t Finish(Channel& ch)
+{
+    ch.NotBeforeTick = 0;
+    ch.DeadlineTick = 0;
+    return Go(ch, ST_IDLE);
+}
+
+// The text of a status, twice: ErrorText logs it with a line end, and it is written once more
+// without one.
+static void LogStatus(Channel& ch, int32_t status)
+{
+    if (status >= 0)
+        return;
+    char text[FormatCapacity];
+    text[0] = 0;
+    ErrorText(ch, status, text, FormatCapacity - 1);
+    LogText(&ch, text);
+}
+
+int32_t FailState(Channel& ch, int32_t sockCode, int32_t status)
+{
+    if (status == RYN_ERR_NULL_POINTER)
+        RefuseNull(199);
+    if (status == RYN_ERR_EMPTY_ARGUMENT)
+        RefuseEmpty(299);
+    if (ch.LogHandle != 0) {
+        LogFormat(ch,
+                  "ERROR(%d): SockCode=%d RynCode=%d PrevState=%d ThisState=%d NextState=%d\r\n",
+                  static_cast<int32_t>(osTickCount()), sockCode, status, ch.PrevState, ch.ThisState,
+                  ch.NextState);
+        LogStatus(ch, status);
+        LogStatus(ch, sockCode);
+        LogWindowsError(ch);
+    }
+    if (status < 0) {
+        ch.NextState = ST_IDLE;
+        ch.PrevState = ch.ThisState;
+        ch.ThisState = -1;
+        ch.LastSockCode = sockCode;
+        ch.NotBeforeTick = 0;
+        ch.DeadlineTick = 0;
+        ch.TestConnectOnly = 0;
+    }
+    osYield();
+    return status;
+}
+
+void Arm(Channel& ch, uint32_t gap, uint32_t timeout)
+{
+    const uint32_t now = osTickCount();
+    ch.NotBeforeTick = now + gap;
+    ch.DeadlineTick = now + timeout;
+}
+
+int32_t SendOrFail(Channel& ch, const char* text)
+{
+    const int32_t result = SendLine(ch, text);
+    return result < 0 ? FailState(ch, result, RYN_ERR_SOCK_WRITE) : 0;
+}
+
+bool ReadReplyOrLeave(Channel& ch, int32_t& leaveOut)
+{
+    if (ChannelDataReady(ch, 0) == 0) {
+        leaveOut = Wait(ch);
+        return false;
+    }
+    const int32_t result = ReadSmtpReply(ch);
+    if (result >= 0)
+        return true;
+    leaveOut = FailState(ch, 0, result);
+    return false;
+}
+
+// --- one call of the driver ---
+
+static int32_t RunIdle(Channel& ch)
+{
+    ch.ThisState = -1;
+    ch.NotBeforeTick = 0;
+    ch.DeadlineTick = 0;
+    return 0;
+}
+
+static int32_t RunState(Channel& ch, uint32_t now)
+{
+    ch.ThisState = ch.NextState;
+    if (ch.ThisState > 0)
+        ch.DriverCalls++;
+    if (ch.LogHandle != 0 && ch.PrevState != ch.ThisState)
+        LogFormat(ch, "<%3d:%d>\r\n", ch.ThisState, static_cast<int32_t>(now));
+    if (ch.ThisState == ST_IDLE)
+        return RunIdle(ch);
+    const StateHandler handler = FindStateHandler(ch.ThisState);
+    if (handler == nullptr) {
+        LogFormat(ch, "ERROR! Unknown state %d\r\n", ch.ThisState);
+        return Finish(ch);
+    }
+    return handler(ch, now);
+}
+
+static int32_t StepDriver(Channel& ch)
+{
+    if (DriverDelay == 0)
+        osYield();
+    else
+        osSleep(DriverDelay);
+    ch.CommandBuffer[0] = 0;
+    ch.ReplyBuffer[0] = 0;
+    ch.WaitsForPeer = 0;
+    const uint32_t now = osTickCount();
+    if (ch.NotBeforeTick > now) {
+        osSleep(NotRipePause);
+        return DRIVER_NOT_YET;
+    }
+    if (ch.DeadlineTick != 0 && ch.DeadlineTick < now)
+        return FailState(ch, 0, RYN_ERR_TIMED_OUT);
+    if (ch.WaitWritable != 0 && ChannelSelect(ch, VS_WAIT_WRITE) == 0) {
+        osSleep(NotWritablePause);
+        return DRIVER_NOT_YET;
+    }
+    return RunState(ch, now);
+}
+
+int32_t rynDriver(uint32_t channel)
+{
+    if (const int32_t status = GuardChannel(channel); status < 0)
+        return status;
+    return StepDriver(*ChannelTable[channel]);
+}
+
+// Sleeps until the next state may run, in one piece.
+static void SleepUntilRipe(const Channel& ch)
+{
+    const uint32_t now = osTickCount();
+    if (ch.NotBeforeTick > now)
+        osSleep(ch.NotBeforeTick - now);
+}
+
+int32_t RunDriver(Channel& ch)
+{
+    if (ch.AutoCallDriver == 0)
+        return 0;
+    ch.NotBeforeTick = 0;
+    ch.DeadlineTick = 0;
+    ch.LastSockCode = 0;
+    ch.AfterConnectState = 0;
+    for (;;) {
+        const int32_t result = StepDriver(ch);
+        if (result < 1)
+            return result;
+        SleepUntilRipe(ch);
+        if (ch.WaitsForPeer != 0)
+            osSleep(PeerPause);
+        else
+            osYield();
+    }
+}

@@ -1,0 +1,110 @@
+// The picture of the whole machine: every state with its number, its name and its handler. The one
+// file that knows all protocols.
+#include "frame/state_table.h"
+
+#include "frame/connect_states.h"
+#include "send/body_states.h"
+#include "send/envelope_states.h"
+#include "send/header_states.h"
+#include "send/hello_states.h"
+
+struct StateRow {
+    State Number;
+    const char* Name;
+    StateHandler Handler;
+};
+
+static constexpr StateRow StateTable[] = {
+    // ascending by number
+    { ST_CREATE_SOCKET, "create socket", CreateSocket },
+    { ST_LOCAL_HOST, "local host", LocalHost },
+    { ST_RESOLVE_SERVER, "resolve server", ResolveServer },
+    { ST_CONNECT, "connect", Connect },
+    { ST_WAIT_CONNECTED, "wait connected", WaitConnected },
+
+    { ST_SMTP_CONNECT, "smtp connect", SmtpConnect },
+    { ST_SMTP_GREETING, "smtp greeting", SmtpGreeting },
+    { ST_SMTP_SEND_HELLO, "smtp send hello", SmtpSendHello },
+    { ST_SMTP_HELLO_REPLY, "smtp hello reply", SmtpHelloReply },
+
+    { ST_SMTP_MAIL_FROM, "smtp mail from", SmtpMailFrom },
+    { ST_SMTP_MAIL_REPLY, "smtp mail reply", SmtpMailReply },
+    { ST_SMTP_NEXT_RECIPIENT, "smtp next recipient", SmtpNextRecipient },
+    { ST_SMTP_RCPT_TO, "smtp rcpt to", SmtpRcptTo },
+    { ST_SMTP_RCPT_REPLY, "smtp rcpt reply", SmtpRcptReply },
+    { ST_SMTP_DATA, "smtp data", SendCommand },
+    { ST_SMTP_DATA_REPLY, "smtp data reply", SmtpDataReply },
+    { ST_SMTP_RSET, "smtp rset", SendCommand },
+    { ST_SMTP_RSET_REPLY, "smtp rset reply", SmtpRsetReply },
+
+    { ST_HDR_MESSAGE_ID, "header message-id", HdrMessageId },
+    { ST_HDR_MAILER, "header mailer", HdrMailer },
+    { ST_HDR_DATE, "header date", HdrDate },
+    { ST_HDR_TO, "header to", HdrTo },
+    { ST_HDR_FROM, "header from", HdrFrom },
+    { ST_HDR_REPLY_TO, "header reply-to", HdrReplyTo },
+    { ST_HDR_SUBJECT, "header subject", HdrSubject },
+    { ST_HDR_EXTRA, "header extra", HdrExtra },
+    { ST_HDR_CC, "header cc", HdrCc },
+    { ST_HDR_MIME_VERSION, "header mime-version", HdrMimeVersion },
+    { ST_HDR_MULTIPART, "header multipart", HdrMultipart },
+
+    { ST_HDR_END, "header end", HdrEnd },
+    { ST_BODY_OPEN, "body open", BodyOpen },
+    { ST_BODY_CONTENT_TYPE, "body content-type", BodyContentType },
+    { ST_BODY_ENCODING, "body encoding", BodyEncoding },
+    { ST_BODY_SOURCE, "body source", BodySource },
+    { ST_BODY_TEXT_START, "body text start", BodyTextStart },
+    { ST_BODY_TEXT_LINE, "body text line", BodyTextLine },
+    { ST_BODY_FILE_OPEN, "body file open", BodyFileOpen },
+    { ST_BODY_FILE_LINE, "body file line", BodyFileLine },
+
+    { ST_MSG_END, "message end", MsgEnd },
+    { ST_MSG_END_REPLY, "message end reply", MsgEndReply },
+    { ST_QUIT, "quit", SendCommand },
+    { ST_QUIT_REPLY, "quit reply", QuitReply },
+    { ST_VRFY_NEXT, "vrfy next", VrfyNext },
+    { ST_VRFY_SEND, "vrfy send", VrfySend },
+    { ST_VRFY_REPLY, "vrfy reply", VrfyReply },
+
+    { ST_ALT_HEADER, "alternative header", AltHeader },
+    { ST_ALT_TEXT, "alternative text", AltSendText },
+    { ST_ALT_FILE_OPEN, "alternative file open", AltFileOpen },
+    { ST_ALT_FILE_READ, "alternative file read", AltFileRead },
+    { ST_ALT_NEXT, "alternative next", AltNext },
+};
+
+constexpr int32_t StateCount = sizeof StateTable / sizeof StateTable[0];
+constexpr int32_t HighestState = StateTable[StateCount - 1].Number;
+
+// The row of each number, plus 1; 0 where no state has the number.
+struct StateIndex {
+    uint8_t Row[HighestState + 1];
+};
+
+static constexpr StateIndex MakeIndex()
+{
+    StateIndex index = {};
+    for (int32_t i = 0; i < StateCount; i++)
+        index.Row[StateTable[i].Number] = static_cast<uint8_t>(i + 1);
+    return index;
+}
+
+static constexpr bool IsAscending()
+{
+    for (int32_t i = 1; i < StateCount; i++)
+        if (StateTable[i].Number <= StateTable[i - 1].Number)
+            return false;
+    return true;
+}
+
+static constexpr StateIndex Index = MakeIndex();
+static_assert(IsAscending(), "StateTable must ascend by number");
+static_assert(StateCount < UINT8_MAX, "an index entry holds one byte");
+
+StateHandler FindStateHandler(int32_t state)
+{
+    if (state < 0 || state > HighestState || Index.Row[state] == 0)
+        return nullptr;
+    return StateTable[Index.Row[state] - 1].Handler;
+}

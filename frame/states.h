@@ -1,0 +1,73 @@
+// The numbers of the driver's states. They reach the host as results of rynDriver and stand in
+// every log, so a number never changes its meaning.
+#pragma once
+
+#include <cstdint>
+
+enum State : int32_t {
+    ST_IDLE = 0,
+
+    // connecting
+    ST_CREATE_SOCKET = 101,
+    ST_LOCAL_HOST = 102,
+    ST_RESOLVE_SERVER = 104,
+    ST_CONNECT = 105,
+    ST_WAIT_CONNECTED = 106,
+
+    // SMTP: greeting and hello
+    ST_SMTP_CONNECT = 200,
+    ST_SMTP_GREETING = 201,
+    ST_SMTP_SEND_HELLO = 202,
+    ST_SMTP_HELLO_REPLY = 203,
+
+    // SMTP: envelope
+    ST_SMTP_MAIL_FROM = 204,
+    ST_SMTP_MAIL_REPLY = 205,
+    ST_SMTP_NEXT_RECIPIENT = 206,
+    ST_SMTP_RCPT_TO = 207,
+    ST_SMTP_RCPT_REPLY = 208,
+    ST_SMTP_DATA = 209,
+    ST_SMTP_DATA_REPLY = 210,
+    ST_SMTP_RSET = 211,
+    ST_SMTP_RSET_REPLY = 212,
+
+    // header lines; on the wire 220 stands behind 226
+    ST_HDR_MESSAGE_ID = 220,
+    ST_HDR_MAILER = 221,
+    ST_HDR_DATE = 223,
+    ST_HDR_TO = 224,
+    ST_HDR_FROM = 225,
+    ST_HDR_REPLY_TO = 226,
+    ST_HDR_SUBJECT = 227,
+    ST_HDR_EXTRA = 228,
+    ST_HDR_CC = 229,
+    ST_HDR_MIME_VERSION = 230,
+    ST_HDR_MULTIPART = 231,
+
+    // message body
+    ST_HDR_END = 233,
+    ST_BODY_OPEN = 234,
+    ST_BODY_CONTENT_TYPE = 236,
+    ST_BODY_ENCODING = 237,
+    ST_BODY_SOURCE = 239,
+    ST_BODY_TEXT_START = 240,
+    ST_BODY_TEXT_LINE = 241,
+    ST_BODY_FILE_OPEN = 244,
+    ST_BODY_FILE_LINE = 245,
+
+    // end of the message, end of the session, address check
+    ST_MSG_END = 251,
+    ST_MSG_END_REPLY = 252,
+    ST_QUIT = 258,
+    ST_QUIT_REPLY = 259,
+    ST_VRFY_NEXT = 270,
+    ST_VRFY_SEND = 271,
+    ST_VRFY_REPLY = 272,
+
+    // plain alternative of an HTML message, between 234 and 236
+    ST_ALT_HEADER = 500,
+    ST_ALT_TEXT = 501,
+    ST_ALT_FILE_OPEN = 502,
+    ST_ALT_FILE_READ = 503,
+    ST_ALT_NEXT = 504,
+};

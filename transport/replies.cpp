@@ -1,0 +1,97 @@
+// The reply readers of SMTP and POP3.
+#include "transport/replies.h"
+
+#include "codec/text.h"
+#include "frame/channel.h"
+#include "frame/settings.h"
+#include "platform/platform.h"
+#include "transport/channel_io.h"
+
+#include <cstring>
+
+constexpr int32_t CodeDigits = 3; // of an SMTP reply; a blank or '-' stands behind them
+constexpr uint32_t FirstRefusal = 400;
+
+// The number at the head of a text, ten digits at most; 0 if there is none.
+static uint32_t ParseReplyNumber(const char* text)
+{
+    uint32_t value = 0;
+    for (int i = 0; i < 10 && text[i] >= '0' && text[i] <= '9'; i++)
+        value = value * 10 + static_cast<uint32_t>(text[i] - '0');
+    return value;
+}
+
+// True for the only or last line of a reply; a shorter piece than code and separator is none.
+static bool EndsReply(const char* line)
+{
+    if (strnlen(line, CodeDigits + 1) <= CodeDigits)
+        return false;
+    return line[CodeDigits] == ' ' || line[CodeDigits] == '\r';
+}
+
+int32_t ReadSmtpReply(Channel& ch)
+{
+    constexpr uint32_t EmptyPause = 10;
+    const uint32_t deadline = osTickCount() + PollDelay + ReplyTimeout;
+    char* cursor = ch.ReplyBuffer;
+    int32_t capacity = ReplyReadCapacity;
+    ch.ReplyCode = 0;
+    ch.LastReply[0] = 0;
+    while (osTickCount() < deadline) {
+        const int32_t count = ReadServerLine(ch, cursor, capacity, 0, ReplyTimeout);
+        if (count == RYN_ERR_SOCK_CLOSED)
+            return 0;
+        AppendText(ch.LastReply, cursor, sizeof ch.LastReply - 1);
+        if (count < 0)
+            return count;
+        if (ch.ReplyCode == 0)
+            ch.ReplyCode = ParseReplyNumber(cursor);
+        if (ch.ReplyCode >= FirstRefusal) {
+            ch.RefusalIsOpen = EndsReply(cursor) ? 0 : 1;
+            return RYN_ERR_SMTP_REPLY;
+        }
+        if (*cursor == 0) {
+            osSleep(EmptyPause);
+            continue;
+        }
+        if (EndsReply(cursor))
+            return 0;
+        const int32_t length = TextLength(cursor);
+        cursor += length;
+        capacity -= length;
+        if (capacity < 2)
+            return RYN_ERR_RESPONSE_OVERFLOW;
+    }
+    return 0;
+}
+
+void DropRefusalRest(Channel& ch)
+{
+    const uint32_t deadline = osTickCount() + ReplyTimeout;
+    char line[ReplyReadCapacity];
+    while (ch.RefusalIsOpen != 0) {
+        const uint32_t now = osTickCount();
+        if (now >= deadline)
+            break;
+        const uint32_t left = deadline - now;
+        if (ReadServerLine(ch, line, sizeof line, left, left) < 1 || EndsReply(line))
+            break;
+    }
+    ch.RefusalIsOpen = 0;
+}
+
+int32_t ReadPop3Reply(Channel& ch)
+{
+    ch.DeadlineTick = 0;
+    if (ChannelDataReady(ch, ReplyTimeout) == 0)
+        return RYN_ERR_TIMED_OUT;
+    const int32_t count =
+        ReadServerLine(ch, ch.ReplyBuffer, ReplyReadCapacity, ReplyTimeout, ReplyTimeout);
+    if (count == RYN_ERR_SOCK_CLOSED)
+        return 0;
+    CopyField(ch.LastReply, ch.ReplyBuffer);
+    if (count < 0)
+        return count;
+    ch.ReplyCode = ch.ReplyBuffer[0] == '+' ? 100 : 500;
+    return ch.ReplyCode == 100 ? 0 : RYN_ERR_POP3_REPLY;
+}

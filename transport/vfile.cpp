@@ -1,0 +1,270 @@
+// The virtual file table, memory files, and the tests of paths.
+#include "transport/vfile.h"
+
+#include "codec/text.h"
+#include "codec/utf8.h"
+#include "frame/channel.h"
+#include "frame/settings.h"
+#include "platform/platform.h"
+
+#include <atomic>
+#include <cstring>
+
+constexpr int32_t TableSize = 256; // entry 0 is never used
+constexpr int32_t MemoryMark = 0x70000000;
+
+// An entry is 0 (free), a file of the system, or MemoryMark and the index of a memory file. Any
+// thread may look through all of them, so they are atomic.
+static std::atomic<int32_t> FileTable[TableSize];
+
+struct MemoryFile {
+    const char* Pointer; // the host's
+    uint32_t Left;       // bytes
+};
+static MemoryFile FileBuffer[MemoryFileCount];
+
+static std::atomic<int32_t> FileError = 0;
+
+int32_t LastFileError()
+{
+    return FileError.load(std::memory_order_relaxed);
+}
+
+void SetLastFileError(int32_t error)
+{
+    FileError.store(error, std::memory_order_relaxed);
+}
+
+void ShowNotice(const char* text)
+{
+    osNotice(text);
+}
+
+static int32_t StoreInFreeEntry(int32_t value)
+{
+    for (int32_t handle = 1; handle < TableSize; handle++) {
+        if (FileTable[handle].load(std::memory_order_relaxed) == 0) {
+            FileTable[handle].store(value, std::memory_order_relaxed);
+            return handle;
+        }
+    }
+    return 0;
+}
+
+static bool IsMemoryFile(int32_t value)
+{
+    return (value & MemoryMark) == MemoryMark;
+}
+
+// The handle for a new entry; 0, with the file closed again, when the table is full.
+static int32_t TakeEntry(int32_t value)
+{
+    const bool isShared = ChannelCount.load(std::memory_order_relaxed) > 1;
+    if (isShared)
+        osLockEnter(OS_LOCK_FILES);
+    const int32_t handle = StoreInFreeEntry(value);
+    if (isShared)
+        osLockLeave(OS_LOCK_FILES);
+    if (handle == 0 && !IsMemoryFile(value))
+        osFileClose(value);
+    return handle;
+}
+
+// Opens or creates by the wide form of a UTF-8 name: a file of the system or a status.
+static int32_t OpenWide(const char* name, bool create)
+{
+    const size_t length = strlen(name);
+    uint16_t* wide = static_cast<uint16_t*>(osAllocate((length + 2) * sizeof(uint16_t)));
+    if (wide == nullptr)
+        return RYN_ERR_CANNOT_OPEN_FILE;
+    int32_t result = DecodeUtf8Text(name, wide);
+    if (result > 0) {
+        result = create ? osFileCreateWide(wide) : osFileOpenWide(wide);
+        if (result < 0) {
+            SetLastFileError(-result);
+            result = create ? RYN_ERR_CANNOT_CREATE_FILE : RYN_ERR_CANNOT_OPEN_FILE;
+        }
+    }
+    osFree(wide);
+    return result;
+}
+
+// The index behind the '*' of a name: decimal digits up to the first other char, so none is 0.
+static int32_t ReadFileIndex(const char* digits)
+{
+    int32_t index = 0;
+    for (; *digits >= '0' && *digits <= '9'; digits++) {
+        index = index * 10 + (*digits - '0');
+        if (index >= MemoryFileCount)
+            return RYN_ERR_INDEX_RANGE;
+    }
+    return index;
+}
+
+static int32_t OpenMemoryFile(const char* name, const char* separator)
+{
+    const int32_t index = ReadFileIndex(separator + 1);
+    if (index < 0)
+        return index;
+    const int32_t value = MemoryMark + index;
+    const ptrdiff_t length = separator - name;
+    const int shown =
+        length < ptrdiff_t{ FormatCapacity } ? static_cast<int>(length) : FormatCapacity;
+    char notice[FormatCapacity];
+    FormatText(notice, sizeof notice, "u_Open: Index=%d, FilePtr='%.*s', Handle=%08x", index, shown,
+               name, static_cast<uint32_t>(value));
+    ShowNotice(notice);
+    return TakeEntry(value);
+}
+
+int32_t u_Open(const char* name, int32_t, bool utf8)
+{
+    SetLastFileError(0);
+    if (utf8) {
+        const int32_t wide = OpenWide(name, false);
+        return wide > 0 ? TakeEntry(wide) : wide;
+    }
+    if (const char* separator = FindChar(name, FileIndexChar); separator != nullptr)
+        return OpenMemoryFile(name, separator);
+    const int32_t file = osFileOpen(name);
+    if (file > 0)
+        return TakeEntry(file);
+    SetLastFileError(-file);
+    return RYN_ERR_CANNOT_OPEN_FILE;
+}
+
+int32_t u_Create(const char* name, int32_t, bool utf8)
+{
+    SetLastFileError(0);
+    if (utf8) {
+        const int32_t wide = OpenWide(name, true);
+        return wide > 0 ? TakeEntry(wide) : wide;
+    }
+    const int32_t file = osFileCreate(name);
+    if (file > 0)
+        return TakeEntry(file);
+    SetLastFileError(-file);
+    return RYN_ERR_CANNOT_CREATE_FILE;
+}
+
+static int32_t ReadMemory(MemoryFile& file, void* buffer, int32_t count)
+{
+    if (file.Left == 0 || count <= 0)
+        return 0;
+    if (file.Pointer == nullptr)
+        return RefuseNull(101);
+    const uint32_t wanted = static_cast<uint32_t>(count);
+    const uint32_t taken = wanted < file.Left ? wanted : file.Left;
+    memcpy(buffer, file.Pointer, taken);
+    file.Pointer += taken;
+    file.Left -= taken;
+    return static_cast<int32_t>(taken);
+}
+
+// What stands in the table for a handle; 0 for one that no file has.
+static int32_t EntryOf(int32_t handle)
+{
+    if (handle < 1 || handle >= TableSize)
+        return 0;
+    return FileTable[handle].load(std::memory_order_relaxed);
+}
+
+int32_t u_Read(int32_t handle, void* buffer, int32_t count)
+{
+    const int32_t entry = EntryOf(handle);
+    if (entry == 0)
+        return 0;
+    if (IsMemoryFile(entry))
+        return ReadMemory(FileBuffer[entry - MemoryMark], buffer, count);
+    const int32_t result = osFileRead(entry, buffer, count);
+    return result < 0 ? 0 : result;
+}
+
+int32_t u_Write(int32_t handle, const void* bytes, int32_t count)
+{
+    if (handle == 0)
+        return 0;
+    char notice[FormatCapacity];
+    if (handle < 0 || handle >= TableSize) {
+        FormatText(notice, sizeof notice, "u_Write: Virtual handle %d out of range [0,%d]", handle,
+                   TableSize);
+        ShowNotice(notice);
+        return 0;
+    }
+    if (count < 0) {
+        FormatText(notice, sizeof notice, "u_Write: Error, BufLen %d < 0", count);
+        ShowNotice(notice);
+        return 0;
+    }
+    const int32_t entry = EntryOf(handle);
+    if (entry == 0 || IsMemoryFile(entry))
+        return 0;
+    const int32_t result = osFileWrite(entry, bytes, count);
+    return result < 0 ? 0 : result;
+}
+
+void u_Close(int32_t handle)
+{
+    const int32_t entry = EntryOf(handle);
+    if (entry == 0)
+        return;
+    if (IsMemoryFile(entry))
+        SetMemoryFile(entry - MemoryMark, nullptr, 0);
+    else
+        osFileClose(entry);
+    FileTable[handle].store(0, std::memory_order_relaxed);
+}
+
+void SetMemoryFile(int32_t index, const void* pointer, uint32_t size)
+{
+    FileBuffer[index] = { static_cast<const char*>(pointer), size };
+}
+
+void ClearMemoryFiles()
+{
+    memset(FileBuffer, 0, sizeof FileBuffer);
+}
+
+static void NoteErrorFile(Channel* ch, const char* name)
+{
+    if (ch != nullptr)
+        CopyField(ch->ErrorFileName, name);
+}
+
+// Makes and removes a file of its own below the folder: true if that worked. A name that is taken,
+// by a link too, is somebody else's, and the next one is tried.
+static bool MakeProbeFile(const char* directory, int32_t attempt)
+{
+    constexpr int32_t FolderChars = 265;
+    char path[FolderChars + 16];
+    const int32_t length = CopyText(path, directory, FolderChars);
+    if (path[length - 1] != '\\')
+        AppendText(path, "\\", sizeof path - 1);
+    char name[16];
+    FormatText(name, sizeof name, attempt == 0 ? "$$$$$$.TMP" : "$$$$$%d.TMP", attempt);
+    AppendText(path, name, sizeof path - 1);
+    const int32_t file = osFileCreateNew(path);
+    if (file < 0) {
+        SetLastFileError(-file);
+        return false;
+    }
+    osFileClose(file);
+    osFileDelete(path);
+    return true;
+}
+
+int32_t TestDirWritable(Channel* ch, const char* directory)
+{
+    constexpr int32_t ProbeAttempts = 10;
+    if (*directory == 0)
+        return 0;
+    for (int32_t attempt = 0; attempt < ProbeAttempts; attempt++) {
+        if (MakeProbeFile(directory, attempt)) {
+            SetLastFileError(0);
+            NoteErrorFile(ch, "");
+            return 1;
+        }
+    }
+    NoteErrorFile(ch, directory);
+    return 0;
+}

@@ -1,0 +1,323 @@
+// Reading and writing of a vSock: the receive ring, lines, the send path with its log.
+#include "transport/vstream.h"
+
+#include "codec/text.h"
+#include "frame/settings.h"
+#include "platform/platform.h"
+#include "transport/vfile.h"
+#include "transport/vsock.h"
+
+#include <cstring>
+
+constexpr int32_t BlockLineChars = 512; // a line below this length goes out in one block
+constexpr int32_t MaskedLogChars = 256; // texts from this length on are logged as they stand
+
+// --- the receive ring ---
+//
+// It is filled only where its bytes end, so they always stand in one piece between head and tail.
+
+static int32_t BytesHeld(const VSockRecord& record)
+{
+    return record.RingTail - record.RingHead;
+}
+
+int32_t vsResetRing(int32_t vs)
+{
+    VSockRecord* record = vsRecord(vs);
+    if (record == nullptr)
+        return RYN_ERR_NO_SUCH_VSOCK;
+    record->RingHead = record->RingTail = 0;
+    return VS_OK;
+}
+
+static void TakeFromRing(VSockRecord& record, char* buffer, int32_t count)
+{
+    memcpy(buffer, record.Ring + record.RingHead, static_cast<size_t>(count));
+    record.RingHead += count;
+    if (record.RingHead == record.RingTail)
+        record.RingHead = record.RingTail = 0;
+}
+
+static void BlankZeros(char* bytes, int32_t count)
+{
+    char* const end = bytes + count;
+    while ((bytes = static_cast<char*>(memchr(bytes, 0, static_cast<size_t>(end - bytes)))) !=
+           nullptr)
+        *bytes++ = ' ';
+}
+
+// One read from the file or the socket behind a record: bytes above 0, or RYN_ERR_SOCK_CLOSED.
+static int32_t Receive(VSockRecord& record, char* buffer, int32_t count)
+{
+    int32_t result = RYN_ERR_SOCK_CLOSED;
+    if (record.SourceFile != 0) {
+        result = u_Read(record.SourceFile, buffer, count);
+        osYield();
+    } else if (record.Socket > SOCKET_CLAIMED) {
+        record.KnownReadable = 0;
+        result = osSocketReceive(record.Socket, buffer, count);
+        vsLogFormat(record, "recv(%d)=%d\r\n", record.Number, result < 0 ? -1 : result);
+    }
+    if (result < 1)
+        return RYN_ERR_SOCK_CLOSED;
+    BlankZeros(buffer, result);
+    return result;
+}
+
+// Adds up to count bytes behind what the ring holds: 1 if it now holds more, 0 if nothing is there
+// yet, or a status.
+static int32_t FillRing(VSockRecord& record, int32_t count)
+{
+    const int32_t writable = vsSelect(record.Number, VS_WAIT_WRITE);
+    if (writable == 0)
+        return RYN_ERR_SOCK_CLOSED;
+    if (vsSelect(record.Number, VS_WAIT_READ) == 0)
+        return 0;
+    const int32_t held = BytesHeld(record);
+    memmove(record.Ring, record.Ring + record.RingHead, static_cast<size_t>(held));
+    record.RingHead = 0;
+    record.RingTail = held;
+    const int32_t room = RingCapacity - held;
+    const int32_t received = Receive(record, record.Ring + held, count < room ? count : room);
+    if (received < 1)
+        return received;
+    record.RingTail += received;
+    return 1;
+}
+
+// Sees to it that the ring holds something, for a reader that wants count bytes: bytes held, of
+// those wanted; 0 = nothing yet; RYN_ERR_SOCK_CLOSED.
+static int32_t ReadyBytes(VSockRecord& record, int32_t count)
+{
+    if (count > RingCapacity)
+        count = RingCapacity;
+    const int32_t held = BytesHeld(record);
+    if (held == 0 || (held == 1 && count > 1)) {
+        const int32_t status = FillRing(record, count - held);
+        if (status < 0 && held == 0)
+            return status;
+    }
+    return BytesHeld(record) < count ? BytesHeld(record) : count;
+}
+
+int32_t vsPeek(int32_t vs, char* buffer, int32_t count)
+{
+    VSockRecord* record = vsRecord(vs);
+    if (record == nullptr)
+        return RYN_ERR_NO_SUCH_VSOCK;
+    if (count < 1)
+        return 0;
+    const int32_t ready = ReadyBytes(*record, count);
+    if (ready > 0)
+        memcpy(buffer, record->Ring + record->RingHead, static_cast<size_t>(ready));
+    return ready;
+}
+
+static void LogTaken(const VSockRecord& record, const char* prefix, const char* text)
+{
+    if (record.LogHandle == 0)
+        return;
+    vsLog(record.Number, prefix);
+    vsLog(record.Number, text);
+}
+
+int32_t vsRead(int32_t vs, char* buffer, int32_t count)
+{
+    VSockRecord* record = vsRecord(vs);
+    if (record == nullptr)
+        return RYN_ERR_NO_SUCH_VSOCK;
+    if (count < 1)
+        return VS_ERR_BAD_LENGTH;
+    const int32_t held = BytesHeld(*record);
+    const int32_t taken = held < count ? held : count;
+    if (taken > 0) {
+        TakeFromRing(*record, buffer, taken);
+        buffer[taken] = 0;
+        LogTaken(*record, "R: ", buffer);
+    }
+    if (taken == count)
+        return taken;
+    if (vsSelect(vs, VS_WAIT_WRITE) == 0)
+        return RYN_ERR_SOCK_CLOSED;
+    if (vsSelect(vs, VS_WAIT_READ) == 0)
+        return taken;
+    const int32_t received = Receive(*record, buffer + taken, count - taken);
+    if (received < 1)
+        return RYN_ERR_SOCK_CLOSED;
+    buffer[taken + received] = 0;
+    LogTaken(*record, "r: ", buffer + taken);
+    return taken + received;
+}
+
+int32_t vsGetChunk(int32_t vs, char* buffer, int32_t capacity)
+{
+    VSockRecord* record = vsRecord(vs);
+    if (record == nullptr)
+        return RYN_ERR_NO_SUCH_VSOCK;
+    const int32_t ready = ReadyBytes(*record, capacity - 1);
+    if (ready < 1)
+        return ready;
+    const char* head = record->Ring + record->RingHead;
+    const void* lineFeed = memchr(head, '\n', static_cast<size_t>(ready));
+    const ptrdiff_t line = static_cast<const char*>(lineFeed) - head + 1;
+    return vsRead(vs, buffer, lineFeed == nullptr ? ready : static_cast<int32_t>(line));
+}
+
+int32_t vsReadLine(int32_t vs, char* buffer, int32_t capacity, uint32_t firstWait,
+                   uint32_t nextWait)
+{
+    buffer[0] = 0;
+    if (vsWaitData(vs, firstWait) == 0)
+        return 0;
+    int32_t count = vsGetChunk(vs, buffer, capacity);
+    if (count < 1)
+        return count;
+    while (count < capacity - 1 && buffer[count - 1] != '\n' && vsWaitData(vs, nextWait) != 0) {
+        const int32_t more = vsGetChunk(vs, buffer + count, capacity - count);
+        if (more < 1)
+            return more;
+        count += more;
+    }
+    return count;
+}
+
+int32_t vsWaitData(int32_t vs, uint32_t ms)
+{
+    const VSockRecord* record = vsRecord(vs);
+    if (record == nullptr)
+        return RYN_ERR_NO_SUCH_VSOCK;
+    if (BytesHeld(*record) > 0 || record->SourceFile != 0)
+        return 1;
+    uint32_t deadline = 0;
+    bool isWaiting = false;
+    while (vsSelect(vs, VS_WAIT_READ) == 0) {
+        const uint32_t now = osTickCount();
+        if (!isWaiting)
+            deadline = now + ms;
+        isWaiting = true;
+        if (now >= deadline)
+            return 0;
+        osSleep(record->PollDelay);
+    }
+    return 1;
+}
+
+int32_t vsDrain(int32_t vs)
+{
+    constexpr int32_t DrainBytes = 255;
+    char scratch[DrainBytes + 1];
+    while (vsWaitData(vs, 0) != 0)
+        if (vsRead(vs, scratch, DrainBytes) < 1)
+            break;
+    return VS_OK;
+}
+
+// --- sending ---
+
+// True if the connection takes data, by what the last look has told or by a new one.
+static bool IsUsable(const VSockRecord& record)
+{
+    if (record.TargetFile != 0 || (record.KnownWritable != 0 && record.KnownSilent != 0))
+        return true;
+    return vsWaitConnected(record.Number, record.WriteWait) == 1;
+}
+
+static int32_t SendSome(VSockRecord& record, const char* bytes, int32_t count)
+{
+    if (record.TargetFile != 0) {
+        const int32_t written = u_Write(record.TargetFile, bytes, count);
+        return written > 0 ? written : RYN_WSAEINVAL; // a full disk has no number of the network's
+    }
+    if (record.Socket <= SOCKET_CLAIMED)
+        return RYN_WSAENOTSOCK;
+    record.KnownWritable = record.KnownSilent = 0;
+    return osSocketSend(record.Socket, bytes, count, DataTimeout);
+}
+
+// The text as the log shows it: stars from maskStart up to the line end.
+static void LogMasked(const VSockRecord& record, const char* text, int32_t maskStart)
+{
+    const int32_t length = TextLength(text);
+    if (ShowSecrets != 0 || length >= MaskedLogChars || maskStart > length) {
+        vsLog(record.Number, text);
+        return;
+    }
+    char masked[MaskedLogChars];
+    CopyField(masked, text);
+    for (char* c = masked + maskStart; *c != 0 && *c != '\r' && *c != '\n'; c++)
+        *c = '*';
+    vsLog(record.Number, masked);
+}
+
+int32_t vsWrite(int32_t vs, const char* bytes, int32_t count, int32_t maskStart)
+{
+    VSockRecord* record = vsRecord(vs);
+    if (record == nullptr)
+        return RYN_ERR_NO_SUCH_VSOCK;
+    if (count < 1)
+        return VS_ERR_BAD_LENGTH;
+    if (!IsUsable(*record))
+        return RYN_ERR_SOCK_CLOSED;
+    for (int32_t sent = 0; sent < count;) {
+        const int32_t taken = SendSome(*record, bytes + sent, count - sent);
+        if (taken < 1)
+            return taken;
+        sent += taken;
+        osYield();
+    }
+    if (record->LogHandle == 0)
+        return count;
+    vsLog(vs, "S: ");
+    if (maskStart < 0)
+        vsLog(vs, bytes);
+    else
+        LogMasked(*record, bytes, maskStart);
+    return count;
+}
+
+int32_t vsWriteText(int32_t vs, const char* text)
+{
+    return vsWrite(vs, text, TextLength(text), NoMask);
+}
+
+int32_t vsWriteLine(int32_t vs, const char* text)
+{
+    char line[BlockLineChars + 3];
+    const int32_t length = CopyText(line, text, BlockLineChars);
+    if (length < BlockLineChars) {
+        memcpy(line + length, "\r\n", 3);
+        return vsWrite(vs, line, length + 2, NoMask);
+    }
+    const int32_t whole = TextLength(text);
+    const int32_t result = vsWrite(vs, text, whole, NoMask);
+    if (result < 0)
+        return result;
+    vsWrite(vs, "\r\n", 2, 0);
+    return whole + 2;
+}
+
+int32_t vsWriteLineMasked(int32_t vs, const char* text, int32_t maskStart)
+{
+    char line[BlockLineChars + 3];
+    const int32_t length = CopyText(line, text, BlockLineChars);
+    memcpy(line + length, "\r\n", 3);
+    return vsWrite(vs, line, length + 2, maskStart);
+}
+
+// --- dots ---
+
+void InsertDot(char* text, int32_t length)
+{
+    memmove(text + 1, text, static_cast<size_t>(length) + 1);
+    text[0] = '.';
+}
+
+void DoubleLineDots(char* text, int32_t capacity)
+{
+    int32_t length = TextLength(text);
+    for (char* place = strstr(text, "\r\n."); place != nullptr && length + 1 < capacity;
+         place = strstr(place + 4, "\r\n.")) {
+        InsertDot(place + 2, length - static_cast<int32_t>(place + 2 - text));
+        length++;
+    }
+}
