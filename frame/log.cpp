@@ -29,7 +29,7 @@ void LogText(const Channel* ch, const char* text)
 
 void LogGlobal(const char* text)
 {
-    WriteText(GlobalLogHandle.load(std::memory_order_relaxed), text);
+    WriteText(GlobalLogHandle.load(std::memory_order_acquire), text);
 }
 
 void ForgetGlobalLog()
@@ -93,7 +93,7 @@ int32_t OpenLog(Channel& ch, const char* name)
         return -1;
     }
     ch.LogHandle = handle;
-    GlobalLogHandle.store(handle, std::memory_order_relaxed);
+    GlobalLogHandle.store(handle, std::memory_order_release);
     vsSetOption(ch.VSock, VS_OPT_LOG_HANDLE, handle);
     WriteLogHeader(ch);
     return handle;

@@ -120,8 +120,8 @@ int32_t osSocketSetBlocking(int32_t handle, bool blocking);
 // with an error or a closed peer is readable; a failed connect is exceptional. 0: none.
 int32_t osSocketPoll(int32_t handle);
 
-// Bytes received, at most count; 0: the peer has closed. Peek leaves the bytes where they are.
-// Call after osSocketPoll has said readable; otherwise it may wait.
+// Bytes received, at most count; 0: the peer has closed; -10035: nothing has come. Peek leaves the
+// bytes where they are. Neither waits.
 int32_t osSocketReceive(int32_t handle, void* buffer, int32_t count);
 int32_t osSocketPeek(int32_t handle, void* buffer, int32_t count);
 

@@ -222,7 +222,6 @@ int32_t vsSetHost(int32_t vs, const char* name)
 
 int32_t vsConnect(int32_t vs, const char* name, uint16_t port)
 {
-    constexpr int32_t WouldBlock = RYN_WSAEWOULDBLOCK;
     VSockRecord* record = vsRecord(vs);
     if (record == nullptr)
         return RYN_ERR_NO_SUCH_VSOCK;
@@ -232,7 +231,7 @@ int32_t vsConnect(int32_t vs, const char* name, uint16_t port)
                 record->RemoteIP, port);
     const int32_t status = osSocketConnect(record->Socket, record->RemoteIP, port);
     vsLogFormat(*record, "connect(%d) returns %d\r\n", record->Socket, status < 0 ? -1 : 0);
-    return status < 0 && status != WouldBlock ? status : VS_OK;
+    return status < 0 && status != RYN_WSAEWOULDBLOCK ? status : VS_OK;
 }
 
 int32_t vsSetBlocking(int32_t vs, bool blocking)
@@ -282,6 +281,14 @@ int32_t vsSelect(int32_t vs, int32_t kind)
     }
 }
 
+// True if a readable socket has no byte to read but the peer's farewell, or an error.
+static bool HasGone(const VSockRecord& record)
+{
+    char byte = 0;
+    const int32_t result = osSocketPeek(record.Socket, &byte, 1);
+    return result < 1 && result != RYN_WSAEWOULDBLOCK;
+}
+
 int32_t vsIsConnected(int32_t vs)
 {
     VSockRecord* record = vsRecord(vs);
@@ -294,8 +301,7 @@ int32_t vsIsConnected(int32_t vs)
     const int32_t answers = Look(*record);
     if ((answers & OS_POLL_WRITE) == 0)
         return 0;
-    char byte = 0;
-    if ((answers & OS_POLL_READ) != 0 && osSocketPeek(record->Socket, &byte, 1) < 1)
+    if ((answers & OS_POLL_READ) != 0 && HasGone(*record))
         return 0;
     vsSetBlocking(vs, true);
     return 1;

@@ -46,7 +46,8 @@ static void BlankZeros(char* bytes, int32_t count)
         *bytes++ = ' ';
 }
 
-// One read from the file or the socket behind a record: bytes above 0, or RYN_ERR_SOCK_CLOSED.
+// One read from the file or the socket behind a record: bytes, 0 if nothing has come after all, or
+// RYN_ERR_SOCK_CLOSED.
 static int32_t Receive(VSockRecord& record, char* buffer, int32_t count)
 {
     int32_t result = RYN_ERR_SOCK_CLOSED;
@@ -57,6 +58,8 @@ static int32_t Receive(VSockRecord& record, char* buffer, int32_t count)
         record.KnownReadable = 0;
         result = osSocketReceive(record.Socket, buffer, count);
         vsLogFormat(record, "recv(%d)=%d\r\n", record.Number, result < 0 ? -1 : result);
+        if (result == RYN_WSAEWOULDBLOCK)
+            return 0;
     }
     if (result < 1)
         return RYN_ERR_SOCK_CLOSED;
@@ -143,7 +146,7 @@ int32_t vsRead(int32_t vs, char* buffer, int32_t count)
         return taken;
     const int32_t received = Receive(*record, buffer + taken, count - taken);
     if (received < 1)
-        return RYN_ERR_SOCK_CLOSED;
+        return received < 0 ? received : taken;
     buffer[taken + received] = 0;
     LogTaken(*record, "r: ", buffer + taken);
     return taken + received;

@@ -3,6 +3,7 @@
 
 #include <cerrno>
 #include <ctime>
+#include <pthread.h>
 #include <sched.h>
 
 constexpr int64_t NsPerMs = 1000000;
@@ -40,7 +41,8 @@ void osLocalTime(OsLocalTime& timeOut)
 {
     const time_t now = time(nullptr);
     tm local = {};
-    tzset(); // localtime_r alone need not look at the zone
+    static pthread_once_t zoneRead = PTHREAD_ONCE_INIT;
+    pthread_once(&zoneRead, tzset); // localtime_r alone need not look at the zone
     localtime_r(&now, &local);
     timeOut.Year = local.tm_year + 1900;
     timeOut.Month = local.tm_mon + 1;

@@ -166,7 +166,7 @@ static int32_t Receive(int32_t handle, void* buffer, int32_t count, int flags)
     if (count < 1)
         return SocketFailure(EINVAL); // 0 bytes would read as a peer that has closed
     for (;;) {
-        const ssize_t got = recv(handle, buffer, static_cast<size_t>(count), flags);
+        const ssize_t got = recv(handle, buffer, static_cast<size_t>(count), flags | MSG_DONTWAIT);
         if (got >= 0)
             return static_cast<int32_t>(got);
         if (errno != EINTR)

@@ -1,0 +1,317 @@
+// Clock, calendar, identity, notices, memory and locks of the platform layer.
+#include "platform/platform.h"
+
+#include <cerrno>
+#include <climits>
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <gtest/gtest.h>
+#include <string>
+#include <sys/socket.h>
+#include <sys/time.h>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+
+// The sanitizers' allocators end the process at a size they can't serve unless told to refuse it.
+extern "C" const char* __asan_default_options()
+{
+    return "allocator_may_return_null=1";
+}
+
+extern "C" const char* __tsan_default_options()
+{
+    return "allocator_may_return_null=1";
+}
+
+namespace {
+
+volatile sig_atomic_t AlarmCount = 0;
+
+void CountAlarm(int)
+{
+    AlarmCount = AlarmCount + 1;
+}
+
+// Sends SIGALRM every intervalUs microseconds and lets it cut system calls short; 0 ends it.
+void InterruptEvery(int intervalUs)
+{
+    struct sigaction action = {};
+    action.sa_handler = CountAlarm;
+    sigaction(SIGALRM, &action, nullptr);
+    itimerval timer = {};
+    timer.it_interval.tv_usec = timer.it_value.tv_usec = intervalUs;
+    setitimer(ITIMER_REAL, &timer, nullptr);
+}
+
+int64_t MonotonicNs()
+{
+    timespec now = {};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return int64_t{ now.tv_sec } * 1000000000 + now.tv_nsec;
+}
+
+// Standard error as a row of packets, so that each write can be told from the next.
+struct ErrorStream {
+    int Kept = dup(2);
+    int Ends[2] = { -1, -1 };
+
+    ErrorStream()
+    {
+        if (socketpair(AF_UNIX, SOCK_DGRAM, 0, Ends) == 0)
+            dup2(Ends[0], 2);
+    }
+
+    ~ErrorStream()
+    {
+        dup2(Kept, 2);
+        close(Kept);
+        close(Ends[0]);
+        close(Ends[1]);
+    }
+
+    // The next write's bytes, "" if there was none.
+    std::string Next() const
+    {
+        char buffer[4096];
+        const ssize_t count = recv(Ends[1], buffer, sizeof(buffer), MSG_DONTWAIT);
+        return std::string(buffer, count > 0 ? static_cast<size_t>(count) : 0);
+    }
+};
+
+std::string HostName()
+{
+    char host[HOST_NAME_MAX + 1] = {};
+    gethostname(host, sizeof(host) - 1);
+    return host;
+}
+
+} // namespace
+
+TEST(Clock, TicksAreMillisecondsAndASleepIsNeverShorterThanAsked)
+{
+    for (const uint32_t ms : { 1u, 7u, 60u }) {
+        const uint32_t tick = osTickCount();
+        const int64_t start = MonotonicNs();
+        osSleep(ms);
+        const int64_t slept = MonotonicNs() - start;
+        const uint32_t ticks = osTickCount() - tick;
+        EXPECT_GE(slept, int64_t{ ms } * 1000000);
+        EXPECT_GE(ticks, ms);
+    }
+    // Two readings of the tick lie around the other clock's.
+    const uint32_t before = osTickCount();
+    const uint32_t between = static_cast<uint32_t>(MonotonicNs() / 1000000);
+    const uint32_t after = osTickCount();
+    EXPECT_LE(between - before, after - before);
+}
+
+TEST(Clock, SignalsDoNotShortenASleep)
+{
+    InterruptEvery(5000);
+    const int64_t start = MonotonicNs();
+    osSleep(100);
+    const int64_t slept = MonotonicNs() - start;
+    InterruptEvery(0);
+    EXPECT_GE(slept, 100 * 1000000);
+    EXPECT_GT(AlarmCount, 0);
+}
+
+TEST(Clock, YieldsReturn)
+{
+    for (int i = 0; i < 1000; i++) {
+        osSleep(0);
+        osYield();
+    }
+}
+
+TEST(Clock, LocalTimeTellsTheZoneOfTheProcess)
+{
+    const struct {
+        const char* Zone;
+        int32_t Bias, IsDaylight;
+    } rows[] = {
+        { "UTC0", 0, 0 },
+        { "EST5", 300, 0 },
+        { "IST-5:30", -330, 0 },
+        { "NST3:30", 210, 0 },
+        { "LINT-14", -840, 0 },
+        { "CET-1CEST,0/0,J365/25", -60, 1 }, // daylight saving all the year (RFC 8536, 3.3.1)
+        { "EST5EDT,0/0,J365/25", 300, 1 },
+        { "CHAST-12:45CHADT,0/0,J365/25", -765, 1 },
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.Zone);
+        setenv("TZ", row.Zone, 1);
+        OsLocalTime local = {};
+        const time_t before = time(nullptr);
+        osLocalTime(local);
+        const time_t after = time(nullptr);
+        EXPECT_EQ(local.Bias, row.Bias);
+        EXPECT_EQ(local.IsDaylight, row.IsDaylight);
+
+        tm fields = {};
+        fields.tm_year = local.Year - 1900;
+        fields.tm_mon = local.Month - 1;
+        fields.tm_mday = local.Day;
+        fields.tm_hour = local.Hour;
+        fields.tm_min = local.Minute;
+        fields.tm_sec = local.Second;
+        const time_t utc = timegm(&fields) + local.Bias * 60 - local.IsDaylight * 3600;
+        EXPECT_GE(utc, before);
+        EXPECT_LE(utc, after);
+        EXPECT_EQ(local.Weekday, fields.tm_wday);
+    }
+}
+
+TEST(System, ProcessIdIsTheCallersOwn)
+{
+    EXPECT_EQ(osProcessId(), static_cast<uint32_t>(getpid()));
+    const pid_t child = fork();
+    if (child == 0)
+        _exit(osProcessId() == static_cast<uint32_t>(getpid()) ? 0 : 1);
+    int status = -1;
+    waitpid(child, &status, 0);
+    EXPECT_EQ(status, 0);
+}
+
+TEST(System, ComputerNameIsTheFirstLabelOrNothing)
+{
+    const std::string host = HostName();
+    const std::string label = host.substr(0, host.find('.'));
+    const std::string expected = label.size() <= 15 ? label : "";
+    char name[17];
+    memset(name, '#', sizeof(name));
+    osComputerName(name, 16);
+    EXPECT_EQ(name, expected);
+    EXPECT_EQ(name[16], '#');
+
+    memset(name, '#', sizeof(name));
+    osComputerName(name, expected.size()); // one too small
+    EXPECT_EQ(name[0], expected.empty() ? '#' : 0);
+    EXPECT_EQ(name[expected.size()], '#');
+}
+
+TEST(System, CurrentDirectoryFitsOrIsEmpty)
+{
+    ASSERT_EQ(chdir("/usr/lib"), 0);
+    const struct {
+        size_t Capacity;
+        const char* Path;
+    } rows[] = { { 64, "/usr/lib" }, { 9, "/usr/lib" }, { 8, "" }, { 1, "" } };
+    for (const auto& row : rows) {
+        char path[65];
+        memset(path, '#', sizeof(path));
+        osCurrentDirectory(path, row.Capacity);
+        EXPECT_STREQ(path, row.Path) << row.Capacity;
+        EXPECT_EQ(path[row.Capacity], '#');
+    }
+    char untouched = '#';
+    osCurrentDirectory(&untouched, 0);
+    EXPECT_EQ(untouched, '#');
+}
+
+TEST(System, ErrorTextIsTheSystemsOwnCutToTheCapacity)
+{
+    const struct {
+        size_t Capacity;
+        const char* Text;
+    } rows[] = { { 64, "No such file or directory" },
+                 { 26, "No such file or directory" },
+                 { 25, "No such file or director" },
+                 { 3, "No" },
+                 { 1, "" } };
+    for (const auto& row : rows) {
+        char text[65];
+        memset(text, '#', sizeof(text));
+        EXPECT_EQ(osErrorText(ENOENT, text, row.Capacity), static_cast<int32_t>(strlen(row.Text)));
+        EXPECT_STREQ(text, row.Text);
+        EXPECT_EQ(text[row.Capacity], '#');
+    }
+    char text[64] = "#";
+    EXPECT_EQ(osErrorText(ENOENT, text, 0), 0);
+    EXPECT_EQ(text[0], '#');
+    EXPECT_GT(osErrorText(12345, text, sizeof(text)), 0) << "a number without words";
+}
+
+TEST(System, ANoticeIsOneLineInOneWrite)
+{
+    const struct {
+        std::string Text, Line;
+    } rows[] = {
+        { "hello", "Info: hello\n" },
+        { "", "Info: \n" },
+        { "two\r\nlines\t\x1B[2J\x7F", "Info: two  lines  [2J \n" },
+        { "caf\xC3\xA9 %s%n", "Info: caf\xC3\xA9 %s%n\n" },
+        { std::string(1017, 'x'), "Info: " + std::string(1017, 'x') + "\n" },
+        { std::string(5000, 'x'), "Info: " + std::string(1017, 'x') + "\n" },
+    };
+    for (const auto& row : rows) {
+        std::string line, rest;
+        {
+            const ErrorStream stream;
+            osNotice(row.Text.c_str());
+            line = stream.Next();
+            rest = stream.Next();
+        }
+        EXPECT_EQ(line, row.Line);
+        EXPECT_EQ(rest, "");
+    }
+}
+
+TEST(Memory, IsZeroFilledAndAlignedForAnyRecord)
+{
+    for (int round = 0; round < 3; round++) {
+        for (const size_t size : { size_t{ 1 }, size_t{ 24 }, size_t{ 4097 }, size_t{ 1 } << 20 }) {
+            auto* bytes = static_cast<unsigned char*>(osAllocate(size));
+            ASSERT_NE(bytes, nullptr);
+            EXPECT_EQ(reinterpret_cast<uintptr_t>(bytes) % alignof(std::max_align_t), 0u);
+            size_t used = 0;
+            for (size_t i = 0; i < size; i++)
+                used += bytes[i] != 0;
+            EXPECT_EQ(used, 0u) << size;
+            memset(bytes, 0xA5, size); // what the next round may be given again
+            osFree(bytes);
+        }
+    }
+    osFree(nullptr);
+    void* nothing = osAllocate(0);
+    EXPECT_NE(nothing, nullptr);
+    osFree(nothing);
+}
+
+TEST(Memory, ASizeBeyondTheMachineIsRefused)
+{
+    volatile size_t size = SIZE_MAX / 2;
+    EXPECT_EQ(osAllocate(size), nullptr);
+}
+
+TEST(Lock, KeepsThreadsApartAndEachLockFromTheOthers)
+{
+    constexpr int Rounds = 20000;
+    int counts[OS_LOCK_COUNT] = {};
+    std::thread workers[4];
+    for (std::thread& worker : workers) {
+        worker = std::thread([&counts] {
+            for (int i = 0; i < Rounds; i++) {
+                for (int lock = 0; lock < OS_LOCK_COUNT; lock++) {
+                    osLockEnter(static_cast<OsLock>(lock));
+                    counts[lock]++;
+                    osLockLeave(static_cast<OsLock>(lock));
+                }
+            }
+        });
+    }
+    for (std::thread& worker : workers)
+        worker.join();
+    for (const int count : counts)
+        EXPECT_EQ(count, 4 * Rounds);
+
+    // One lock for all would hang here.
+    for (int lock = 0; lock < OS_LOCK_COUNT; lock++)
+        osLockEnter(static_cast<OsLock>(lock));
+    for (int lock = 0; lock < OS_LOCK_COUNT; lock++)
+        osLockLeave(static_cast<OsLock>(lock));
+}

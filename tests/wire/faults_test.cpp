@@ -1,0 +1,240 @@
+// What goes wrong on the wire, on the disk and in memory: whatever it is, the host gets a told
+// status, the channel connects again, and nothing is left behind.
+#include "tests/wire/dialogue.h"
+
+struct FaultsTest : WireTest {};
+
+struct Outcome {
+    int32_t Connect, Send, Close;
+};
+
+static void ExpectTold(int32_t status)
+{
+    if (status < 0) {
+        EXPECT_NE(HostErrorText(0, status), "") << status;
+    }
+}
+
+// As a host does it: a failed step is followed by the abort.
+static Outcome Converse(const Mail& mail)
+{
+    Outcome result = { Connect(), 0, 0 };
+    if (result.Connect == 0)
+        result.Send = Send(mail);
+    if (result.Connect == 0 && result.Send == 0)
+        result.Close = Close();
+    ExpectTold(result.Connect);
+    ExpectTold(result.Send);
+    ExpectTold(result.Close);
+    EXPECT_EQ(rynAbort(0), 1);
+    EXPECT_EQ(VirtualOpenSockets(), 0);
+    return result;
+}
+
+// The channel is as good as new: an honest server gets a whole message.
+static void ExpectUsable()
+{
+    const size_t before = SinkMessages().size();
+    SinkListen(HostPort);
+    EXPECT_EQ(Connect(), 0);
+    EXPECT_EQ(Send({}), 0);
+    EXPECT_EQ(Close(), 0);
+    EXPECT_EQ(SinkMessages().size(), before + 1);
+}
+
+TEST_F(FaultsTest, SurvivesACutAtEveryByteOfTheServer)
+{
+    const std::string script = "S: 220-long\nS: 220 ready\nC: HELO x.example\nS: 250 hello\n" +
+                               EnvelopeScript({ "<b@y.example>" }) + "C...\nC: .\nS: 250 ok\n" +
+                               ByeScript();
+    for (const PeerCut cut : { PEER_CUT_CLOSE, PEER_CUT_RESET, PEER_CUT_SILENCE }) {
+        int64_t at = 0;
+        for (bool wasCut = true; wasCut; ++at) {
+            SCOPED_TRACE("cut " + std::to_string(cut) + " at " + std::to_string(at));
+            Renew();
+            HostAttach();
+            PeerScript(HostPort, script, { false, at, cut });
+            const Outcome outcome = Converse({});
+            wasCut = PeerWasCut(0);
+            if (!wasCut) {
+                EXPECT_EQ(outcome.Connect | outcome.Send | outcome.Close, 0);
+            }
+            if (at < 13) {
+                EXPECT_LT(outcome.Connect, 0); // a first line alone is no greeting
+            }
+            ExpectUsable();
+        }
+        EXPECT_EQ(at, 75); // each of the 73 bytes has been the last one
+    }
+}
+
+TEST_F(FaultsTest, BoundsWhatAServerMaySay)
+{
+    const std::string hi = "S: 220 hi\nC: HELO x.example\n";
+    const struct {
+        const char* What;
+        std::string Script;
+        int32_t Status;
+    } rows[] = {
+        { "endless continuation", "! flood 220-x\\r\\n 0", RYN_ERR_RESPONSE_OVERFLOW },
+        { "endless line", "! flood x 0", RYN_ERR_RESPONSE_OVERFLOW },
+        { "endless empty lines", "! flood \\r\\n 0", RYN_ERR_RESPONSE_OVERFLOW },
+        { "endless short lines", "! flood 2\\n 0", RYN_ERR_RESPONSE_OVERFLOW },
+        { "endless zero bytes", "! flood \\x00 0", 0 },
+        { "endless continuation behind HELO", hi + "! flood 250-y\\n 0",
+          RYN_ERR_RESPONSE_OVERFLOW },
+        { "no number, then silence", "S: hello there\n! silence", RYN_ERR_TIMED_OUT },
+        { "half a line, then silence", hi + "S- 25\n! silence", 0 },
+        { "huge number", "S: 99999999999999999999 x\n", RYN_ERR_SMTP_REPLY },
+        { "binary refusal", "S- 5\\x000\\xFF \\x01\\r\\n\n! silence", RYN_ERR_TIMED_OUT },
+        { "refusal without end", "! flood 554 0", RYN_ERR_SMTP_REPLY },
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.What);
+        Renew();
+        HostAttach();
+        PeerScript(HostPort, row.Script, { false, -1, PEER_CUT_CLOSE, true });
+        const int32_t result = Connect();
+        EXPECT_EQ(result, row.Status);
+        ExpectTold(result);
+        EXPECT_LE(HostDebug(0, RYN_DEBUG_LAST_REPLY).size(), 2048u);
+        EXPECT_EQ(rynAbort(0), 1);
+        ExpectUsable();
+    }
+}
+
+TEST_F(FaultsTest, TakesBinaryBytesInAReplyAsBlanks)
+{
+    HostAttach();
+    PeerScript(HostPort,
+               "S- 220-a\\x00b\\xFF\\r\\n220\\x00c\\r\\n\nC: HELO x.example\nS: 250 ok\n" +
+                   ByeScript());
+    EXPECT_EQ(Connect(), 0);
+    EXPECT_EQ(Close(), 0);
+    char text[64];
+    PeerScript(HostPort, "S- 220-a\\x00b\\xFF\\r\\n220\\x00c\\r\\n\n");
+    EXPECT_EQ(rynTestConnect(0, "server.test", HostPort, text, 60), 15);
+    EXPECT_STREQ(text, "220-a b\xFF\r\n220 c\r\n");
+    EXPECT_EQ(rynAbort(0), 1);
+}
+
+TEST_F(FaultsTest, KeepsTheHeadOfAnOverlongReply)
+{
+    HostAttach();
+    std::string greeting, reply;
+    for (int i = 0; i < 100; ++i) {
+        greeting += "S: 220-" + std::string(60, 'x') + "\n";
+        reply += "220-" + std::string(60, 'x') + "\r\n";
+    }
+    PeerScript(HostPort,
+               greeting + "S: 220 end\nC: HELO x.example\nS: 500 " + std::string(3000, 'y'));
+    EXPECT_EQ(Connect(), RYN_ERR_SMTP_REPLY);
+    EXPECT_EQ(HostDebug(0, RYN_DEBUG_LAST_REPLY), "500 " + std::string(2044, 'y'));
+    PeerScript(HostPort, greeting + "S: 220 end\nC: HELO x.example\nS: 250 ok\n" + ByeScript());
+    EXPECT_EQ(Connect(), 0); // 6610 bytes of greeting fit
+    EXPECT_EQ(Close(), 0);
+}
+
+TEST_F(FaultsTest, EndsWhenTheServerStopsReading)
+{
+    const std::string big = Repeat(std::string(70, 'x') + "\r\n", 2000);
+    for (const bool resets : { false, true }) {
+        Renew();
+        HostAttach();
+        VirtualSetWindows(20000, 20000);
+        PeerScript(HostPort, OpenScript() + EnvelopeScript({ "<b@y.example>" }) + "C...\nC: " +
+                                 std::string(70, 'x') + "\n! " + (resets ? "reset" : "silence"));
+        EXPECT_EQ(Connect(), 0);
+        const int32_t result = Send({ .Message = big.c_str() });
+        EXPECT_TRUE(result == RYN_ERR_SOCK_WRITE || (result == RYN_ERR_TIMED_OUT && !resets))
+            << result;
+        EXPECT_EQ(rynAbort(0), 1);
+        VirtualSetWindows(65536, 65536);
+        ExpectUsable();
+    }
+}
+
+TEST_F(FaultsTest, SmallWindowsAndShortSendsChangeNoByte)
+{
+    const std::string script = Conversation(HeadScript() + "C: one\nC: two\n");
+    const struct {
+        size_t Window, SendLimit;
+    } rows[] = { { 1, 0 }, { 7, 0 }, { 65536, 1 }, { 65536, 5 }, { 600, 3 } };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.Window);
+        PlayAllWays(script, {}, [&] {
+            VirtualSetWindows(row.Window, row.Window);
+            VirtualSetSendLimit(row.SendLimit);
+        });
+    }
+}
+
+TEST_F(FaultsTest, AsksTheNetworkAboutOnceALine)
+{
+    HostAttach();
+    SinkListen(HostPort);
+    EXPECT_EQ(Connect(), 0);
+    const int before = VirtualNetworkCounts().Polls;
+    const std::string text = Repeat("a line\r\n", 3000);
+    EXPECT_EQ(Send({ .Message = text.c_str() }), 0);
+    EXPECT_LE(VirtualNetworkCounts().Polls - before, 3000 + 300);
+    EXPECT_LE(VirtualNetworkCounts().Sends, 3000 + 30);
+    EXPECT_EQ(Close(), 0);
+}
+
+// One conversation with a log, a trace, a text file and an alternative file while a fault is armed.
+static bool RunUnderFault(HostTest& test, FaultKind kind, int nth, bool lasting)
+{
+    test.Renew();
+    VirtualClockSetLimit(3600 * 1000); // ms; no wait of a conversation is meant to be longer
+    SinkListen(HostPort);
+    const std::string text = "@" + test.Path("text"), alt = "@" + test.Path("alt");
+    const Mail mail = { .Message = text.c_str(), .Alternative = alt.c_str(), .Html = true };
+    lasting ? FaultArmFrom(kind, nth) : FaultArm(kind, nth);
+    if (rynAttach(1) == 999) {
+        HostSet(0, RYN_SMTP_PORT, HostPort);
+        HostSetText(0, RYN_LOG_FILE, test.Path("log"));
+        HostSetText(0, RYN_RCPT_TRACE_FILE, test.Path("trace"));
+        Converse(mail);
+    }
+    const bool struck = FaultDisarm();
+    rynRelease();
+    HostAttach();
+    ExpectUsable();
+    return struck;
+}
+
+struct EachFault : FaultsTest, ::testing::WithParamInterface<int> {};
+
+TEST_P(EachFault, IsSurvivedWhereverItStrikes)
+{
+    WriteWholeFile(Path("text"), Repeat("<p>one\n", 5000));
+    WriteWholeFile(Path("alt"), Repeat("one\n", 5000));
+    const FaultKind kind = static_cast<FaultKind>(GetParam());
+    for (const bool lasting : { false, true }) {
+        for (int nth = 1;; nth += 1 + nth / 6) {
+            SCOPED_TRACE(std::to_string(nth) + (lasting ? " and on" : ""));
+            const bool struck = RunUnderFault(*this, kind, nth, lasting);
+            EXPECT_TRUE(struck || nth > 1); // else this kind was never tried
+            if (!struck)
+                break;
+        }
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Kinds, EachFault, ::testing::Range(0, static_cast<int>(FAULT_KIND_COUNT)),
+                         [](const auto& kind) {
+                             return FaultName(static_cast<FaultKind>(kind.param));
+                         });
+
+TEST_F(FaultsTest, AFullDiskUnderTheLogChangesNoResult)
+{
+    HostAttach();
+    PeerScript(HostPort, Conversation(HeadScript() + "C: one\nC: two\n"));
+    EXPECT_GT(HostSetText(0, RYN_LOG_FILE, Path("log")), 0);
+    FaultArmFrom(FAULT_WRITE, 1);
+    EXPECT_EQ(Connect(), 0);
+    EXPECT_EQ(Send({}), 0);
+    EXPECT_EQ(Close(), 0);
+    EXPECT_TRUE(FaultDisarm());
+}

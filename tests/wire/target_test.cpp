@@ -1,0 +1,108 @@
+// Messages written to a file instead of a server.
+#include "tests/wire/dialogue.h"
+
+#include <regex>
+
+struct TargetTest : WireTest {};
+
+static std::string Target(const std::string& path)
+{
+    static const std::regex id("Message-ID: <[0-9a-f]{8}\\.[0-9a-f]{24}\\.0\\.0@x\\.example>");
+    return std::regex_replace(ReadWholeFile(path), id, "ID");
+}
+
+TEST_F(TargetTest, HoldsEachMessageFromItsIdOn)
+{
+    const std::string plain = "ID\r\nSubject: Hello\r\nCC: <c@d>\r\n\r\none\r\n..\r\n\r\n";
+    for (const bool manual : { false, true }) {
+        Renew();
+        HostAttach();
+        HostSet(0, RYN_AUTO_CALL_DRIVER, manual ? 0 : 1);
+        EXPECT_EQ(rynSmtpTarget(0, Path("out").c_str(), Sender, "<r@r>"), 1);
+        EXPECT_EQ(rynIsConnected(0), 2);
+        EXPECT_EQ(Send({ .Cc = "<c@d>", .Message = "one\n." }, manual), 0);
+        EXPECT_EQ(Target(Path("out")), plain);
+        HostSet(0, RYN_MESSAGE_TYPE, 4);
+        EXPECT_EQ(Send({ .Message = "caf\xE9" }, manual), 0);
+        const std::string seed = HostSeed();
+        EXPECT_EQ(Target(Path("out")),
+                  plain +
+                      "ID\r\nSubject: Hello\r\nMIME-Version: 1.0\r\n"
+                      "Content-Type: multipart/mixed; boundary=\"" +
+                      seed + "MIX===\"\r\n\r\n--" + seed +
+                      "MIX===\r\nContent-Type: text/plain; charset=iso-8859-1\r\n"
+                      "Content-Transfer-Encoding: quoted-printable\r\n\r\ncaf=E9\r\n\r\n--" +
+                      seed + "MIX===--\r\n\r\n");
+        EXPECT_EQ(rynClose(0), 1);
+        EXPECT_EQ(rynClose(0), 0);
+        EXPECT_EQ(VirtualNetworkCounts().Creates, 0);
+    }
+}
+
+TEST_F(TargetTest, EndsByAnEmptyName)
+{
+    for (const char* end : { static_cast<const char*>(nullptr), "" }) {
+        Renew();
+        HostAttach();
+        EXPECT_EQ(rynSmtpTarget(0, Path("out").c_str(), Sender, nullptr), 1);
+        EXPECT_EQ(rynSmtpTarget(0, end, nullptr, nullptr), 1);
+        EXPECT_LT(rynIsConnected(0), 1);
+        EXPECT_EQ(Send({}), RYN_ERR_NOT_CONNECTED);
+        EXPECT_EQ(ReadWholeFile(Path("out")), "");
+        PeerScript(HostPort, OpenScript() + ByeScript());
+        EXPECT_EQ(Connect(), 0);
+        EXPECT_EQ(Close(), 0);
+    }
+}
+
+TEST_F(TargetTest, TellsTheFileThatCannotBeMade)
+{
+    HostAttach();
+    const std::string bad = Path("no/such/out");
+    EXPECT_EQ(rynSmtpTarget(0, bad.c_str(), Sender, nullptr), RYN_ERR_NO_SUCH_FILE);
+    EXPECT_EQ(HostErrorText(0, RYN_ERR_NO_SUCH_FILE), "No such file. " + bad);
+    EXPECT_LT(rynIsConnected(0), 1);
+    EXPECT_EQ(rynSmtpTarget(0, Path("out").c_str(), Sender, nullptr), 1);
+    EXPECT_EQ(rynSmtpTarget(0, bad.c_str(), Sender, nullptr), RYN_ERR_NO_SUCH_FILE);
+    EXPECT_NE(rynIsConnected(0), 2); // a failed change ends the mode
+    EXPECT_EQ(rynSmtpTarget(0, Path("new").c_str(), nullptr, nullptr), 1);
+    HostSet(0, RYN_MESSAGE_TYPE, 0);
+}
+
+TEST_F(TargetTest, NeedsASenderForTheMessage)
+{
+    HostAttach();
+    const struct {
+        const char* From;
+        int32_t Status;
+    } rows[] = { { nullptr, RYN_ERR_MISSING_FROM },
+                 { "", RYN_ERR_MISSING_FROM },
+                 { "no bracket", RYN_ERR_MISSING_FROM },
+                 { "<abc>", 0 } };
+    for (const auto& row : rows) {
+        EXPECT_EQ(rynSmtpTarget(0, Path("out").c_str(), row.From, nullptr), 1);
+        EXPECT_EQ(Send({}), row.Status);
+        EXPECT_EQ(rynClose(0), 1);
+    }
+    const std::regex whole("Message-ID: <[0-9a-f]{8}\\.[0-9a-f]{24}\\.0\\.0@[^@<>\r\n]+>\r\n"
+                           "Subject: Hello\r\n\r\none\r\ntwo\r\n\r\n");
+    EXPECT_TRUE(std::regex_match(ReadWholeFile(Path("out")), whole));
+}
+
+TEST_F(TargetTest, DropsAConnectionAndKeepsOffAnothers)
+{
+    HostAttach(2);
+    SinkListen(HostPort);
+    EXPECT_EQ(Connect(false, 1), 0); // takes socket number 0
+    EXPECT_EQ(rynSmtpTarget(0, Path("out").c_str(), Sender, nullptr), RYN_ERR_CANNOT_CREATE_SOCKET);
+    EXPECT_EQ(Send({}, false, 1), 0);
+    EXPECT_EQ(Close(false, 1), 0);
+    EXPECT_EQ(Connect(false, 0), 0);
+    EXPECT_EQ(rynSmtpTarget(0, Path("out").c_str(), Sender, nullptr), 1);
+    EXPECT_EQ(VirtualOpenSockets(), 0);
+    EXPECT_EQ(Send({}), 0);
+    EXPECT_EQ(Target(Path("out")), "ID\r\nSubject: Hello\r\n\r\none\r\ntwo\r\n\r\n");
+    EXPECT_EQ(Connect(false, 0), 0); // a connect ends the mode
+    EXPECT_EQ(rynIsConnected(0), 1);
+    EXPECT_EQ(Close(false, 0), 0);
+}
