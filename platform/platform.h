@@ -60,7 +60,7 @@ void osFree(void* memory);
 // --- locks (lock) ---
 
 // The locks live as long as the process: there is nothing to create or to leak.
-enum OsLock { OS_LOCK_ATTACH, OS_LOCK_SOCKETS, OS_LOCK_FILES, OS_LOCK_COUNT };
+enum OsLock { OS_LOCK_ATTACH, OS_LOCK_SOCKETS, OS_LOCK_FILES, OS_LOCK_PROCESSES, OS_LOCK_COUNT };
 
 void osLockEnter(OsLock lock); // waits for the lock
 void osLockLeave(OsLock lock);
@@ -93,6 +93,9 @@ int32_t osFileRead(int32_t handle, void* buffer, int32_t count);
 int32_t osFileWrite(int32_t handle, const void* bytes, int32_t count);
 
 void osFileClose(int32_t handle);
+
+// The local time of a file's last change and its size in bytes; 0 or the negated error number.
+int32_t osFileStamp(const char* path, OsLocalTime& timeOut, uint32_t& sizeOut);
 
 // Removes a file; 0 or the negated error number.
 int32_t osFileDelete(const char* path);
@@ -140,3 +143,20 @@ int32_t osResolve(const char* name, uint32_t& addressOut);
 
 // The machine's full name: 0 or failure. Cut to the capacity.
 int32_t osHostName(char* name, size_t capacity);
+
+// --- child processes (process) ---
+//
+// A process is told by a positive number. A failed call answers with the system's error number,
+// negated.
+
+// Starts a program from one command line, without a shell: blanks part its words, double quotes
+// group, and '\' stands for the separator of folders outside of them. The program is looked up as the
+// system does. It gets the standard streams and nothing else. A program that can't be run is a
+// failure here.
+int32_t osProcessStart(const char* commandLine);
+
+// 1 while a child runs, 0 once it has ended; no trace of it stays then.
+int32_t osProcessIsRunning(int32_t process);
+
+// Ends a child at once and waits until it is gone: 0, also if it had ended by itself, or failure.
+int32_t osProcessKill(int32_t process);

@@ -231,6 +231,18 @@ static void NoteErrorFile(Channel* ch, const char* name)
         CopyField(ch->ErrorFileName, name);
 }
 
+int32_t TestFileExists(Channel* ch, const char* name)
+{
+    const int32_t handle = *name == 0 ? RYN_ERR_NO_FILENAME : u_Open(name, 32, false);
+    if (handle < 0) {
+        NoteErrorFile(ch, name);
+        return 0;
+    }
+    u_Close(handle);
+    NoteErrorFile(ch, "");
+    return 1;
+}
+
 // Makes and removes a file of its own below the folder: true if that worked. A name that is taken,
 // by a link too, is somebody else's, and the next one is tried.
 static bool MakeProbeFile(const char* directory, int32_t attempt)

@@ -36,6 +36,10 @@ void ClearMemoryFiles();
 int32_t LastFileError();
 void SetLastFileError(int32_t error);
 
+// 1 if a file can be opened, else 0 with its name in the channel's ErrorFileName; the channel may be
+// null.
+int32_t TestFileExists(Channel* ch, const char* name);
+
 // 1 if a file can be made in that folder, else 0 with the folder in the channel's ErrorFileName.
 // Never touches a file that it did not make.
 int32_t TestDirWritable(Channel* ch, const char* directory);

@@ -1,9 +1,9 @@
 // The clock and the calendar of a POSIX system.
 #include "platform/platform.h"
+#include "platform/posix/posix_common.h"
 
 #include <cerrno>
 #include <ctime>
-#include <pthread.h>
 #include <sched.h>
 
 constexpr int64_t NsPerMs = 1000000;
@@ -39,19 +39,5 @@ void osYield()
 
 void osLocalTime(OsLocalTime& timeOut)
 {
-    const time_t now = time(nullptr);
-    tm local = {};
-    static pthread_once_t zoneRead = PTHREAD_ONCE_INIT;
-    pthread_once(&zoneRead, tzset); // localtime_r alone need not look at the zone
-    localtime_r(&now, &local);
-    timeOut.Year = local.tm_year + 1900;
-    timeOut.Month = local.tm_mon + 1;
-    timeOut.Day = local.tm_mday;
-    timeOut.Weekday = local.tm_wday;
-    timeOut.Hour = local.tm_hour;
-    timeOut.Minute = local.tm_min;
-    timeOut.Second = local.tm_sec;
-    timeOut.IsDaylight = local.tm_isdst > 0 ? 1 : 0;
-    // tm_gmtoff is seconds east of UTC with daylight saving in it; Bias is without, westward.
-    timeOut.Bias = timeOut.IsDaylight * 60 - static_cast<int32_t>(local.tm_gmtoff / 60);
+    BreakDownTime(time(nullptr), timeOut);
 }

@@ -223,6 +223,19 @@ void osFileClose(int32_t handle)
     close(handle);
 }
 
+int32_t osFileStamp(const char* path, OsLocalTime& timeOut, uint32_t& sizeOut)
+{
+    char systemPath[PathCapacity];
+    if (const int32_t status = SystemPath(path, systemPath); status < 0)
+        return status;
+    struct stat info = {};
+    if (stat(systemPath, &info) != 0)
+        return -errno;
+    BreakDownTime(info.st_mtime, timeOut);
+    sizeOut = static_cast<uint32_t>(info.st_size);
+    return 0;
+}
+
 int32_t osFileDelete(const char* path)
 {
     char systemPath[PathCapacity];

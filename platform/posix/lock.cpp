@@ -4,7 +4,7 @@
 #include <pthread.h>
 
 static pthread_mutex_t Locks[] = { PTHREAD_MUTEX_INITIALIZER, PTHREAD_MUTEX_INITIALIZER,
-                                   PTHREAD_MUTEX_INITIALIZER };
+                                   PTHREAD_MUTEX_INITIALIZER, PTHREAD_MUTEX_INITIALIZER };
 static_assert(sizeof(Locks) / sizeof(Locks[0]) == OS_LOCK_COUNT);
 
 void osLockEnter(OsLock lock)

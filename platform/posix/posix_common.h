@@ -1,7 +1,10 @@
-// What the files of this folder share: the rule for descriptor numbers.
+// What the files of this folder share: the rule for descriptor numbers, the calendar.
 #pragma once
 
+#include "platform/platform.h"
+
 #include <cerrno>
+#include <ctime>
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -22,3 +25,6 @@ inline int AboveStandardStreams(int descriptor)
     close(descriptor);
     return result;
 }
+
+// A moment as the zone of the process shows it (system.cpp).
+void BreakDownTime(time_t moment, OsLocalTime& timeOut);

@@ -1,9 +1,11 @@
-// Who and where the process is, the system's error texts, notices on standard error.
+// Who and where the process is, its calendar, the system's error texts, notices on standard error.
 #include "platform/platform.h"
+#include "platform/posix/posix_common.h"
 
 #include <cerrno>
 #include <climits>
 #include <cstring>
+#include <pthread.h>
 #include <unistd.h>
 
 // The longest name that counts as a computer's: the limit of a NetBIOS name.
@@ -78,4 +80,22 @@ void osNotice(const char* text)
     // One call, so that lines of several threads or processes don't mix.
     while (write(STDERR_FILENO, line, length) < 0 && errno == EINTR) {
     }
+}
+
+void BreakDownTime(time_t moment, OsLocalTime& timeOut)
+{
+    tm local = {};
+    static pthread_once_t zoneRead = PTHREAD_ONCE_INIT;
+    pthread_once(&zoneRead, tzset); // localtime_r alone need not look at the zone
+    localtime_r(&moment, &local);
+    timeOut.Year = local.tm_year + 1900;
+    timeOut.Month = local.tm_mon + 1;
+    timeOut.Day = local.tm_mday;
+    timeOut.Weekday = local.tm_wday;
+    timeOut.Hour = local.tm_hour;
+    timeOut.Minute = local.tm_min;
+    timeOut.Second = local.tm_sec;
+    timeOut.IsDaylight = local.tm_isdst > 0 ? 1 : 0;
+    // tm_gmtoff is seconds east of UTC with daylight saving in it; Bias is without, westward.
+    timeOut.Bias = timeOut.IsDaylight * 60 - static_cast<int32_t>(local.tm_gmtoff / 60);
 }

@@ -145,6 +145,7 @@ TEST(Clock, LocalTimeTellsTheZoneOfTheProcess)
     for (const auto& row : rows) {
         SCOPED_TRACE(row.Zone);
         setenv("TZ", row.Zone, 1);
+        tzset(); // the zone of a process is read once unless its host asks again
         OsLocalTime local = {};
         const time_t before = time(nullptr);
         osLocalTime(local);

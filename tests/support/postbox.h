@@ -1,0 +1,59 @@
+// What the parts of the test mail server share: the record of one client, the shape of a protocol,
+// and the folder of messages. The connection handling (postbox.cpp) knows no command of any
+// protocol; a protocol (postbox_smtp.cpp) knows no socket.
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+#include <vector>
+
+// RFC 5321, 4.5.3.1: a line holds at most 1000 bytes with its CR LF. In message data a dot added by
+// the client for transparency doesn't count.
+constexpr size_t LineLimit = 1000;
+constexpr size_t MessageLimit = 64u * 1024 * 1024; // bytes of one message
+constexpr size_t RecipientLimit = 1000;
+
+// How the bytes of a line arrived; LineLong and LineBareFeed deserve a refusal.
+enum LineKind {
+    LineWhole,    // ended by CR LF
+    LineBareFeed, // ended by LF alone
+    LineLong,     // longer than LineLimit; its text is not given
+};
+
+struct Client {
+    // --- connection: written by postbox.cpp ---
+    int Socket;
+    std::string Input;  // received, not yet a whole line
+    bool SkippingLine;  // inside a line that has grown beyond LineLimit
+    std::string Output; // replies not yet sent
+    bool Closing;       // close as soon as Output is empty
+    const char* Folder; // where messages are stored
+    bool Verbose;       // print the dialogue
+
+    // --- SMTP session: written by postbox_smtp.cpp ---
+    bool Greeted;
+    bool Extended; // greeted by EHLO
+    bool HasSender;
+    std::string Sender; // the path without brackets, empty for <>
+    std::vector<std::string> Recipients;
+    bool InData;
+    const char* DataFault; // the reply that the message will get instead of 250; null: none
+    std::string Message;
+};
+
+struct Protocol {
+    const char* Name;
+    void (*Greet)(Client& client);
+    // The line has no line end. Lines of message data come here too.
+    void (*TakeLine)(Client& client, std::string_view line, LineKind kind);
+};
+
+extern const Protocol SmtpProtocol;
+
+// Queues one reply line; CR LF is added.
+void Reply(Client& client, std::string_view line);
+
+// Stores a message as FOLDER/NNNN.eml with FOLDER/NNNN.envelope beside it, NNNN being the first free
+// number from 1. The .eml file appears last and whole. False: the disk has refused; nothing is left.
+bool StoreMessage(const char* folder, std::string_view envelope, std::string_view message);
