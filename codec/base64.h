@@ -1,4 +1,4 @@
-// Base64 (RFC 4648, 4) as the sending side needs it: one block of bytes to one text.
+// Base64 (RFC 4648, 4) in both directions, by tables.
 #pragma once
 
 #include <cstdint>
@@ -17,3 +17,11 @@ int32_t EncodeBase64Block(const char* source, char* target, int32_t length, bool
 // written. The target needs Base64Length + 2 bytes for each line, and 1. A length of 0 or below
 // writes nothing.
 int32_t EncodeBase64Lines(const char* source, char* target, int32_t length, int32_t halfWidth);
+
+// Decodes the whole groups of a line; up to three chars behind them are ignored, and a char outside
+// the alphabet counts as 0. Bytes decoded, less one for each '=' at the end; 0, with the target
+// untouched, for fewer than 3 chars. The target needs length / 4 * 3 + 4 bytes and ends in zeros.
+int32_t DecodeBase64Line(const char* source, char* target, int32_t length);
+
+// Decodes a text line by line, at most length chars of it; nothing is carried from line to line.
+int32_t DecodeBase64Text(const char* source, char* target, int32_t length);

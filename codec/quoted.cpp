@@ -28,3 +28,37 @@ int32_t QuoteText(const char* source, char* target, int32_t size)
     }
     return count;
 }
+
+static int32_t HexValue(char c)
+{
+    if (c >= '0' && c <= '9')
+        return c - '0';
+    if (c >= 'A' && c <= 'F')
+        return c - 'A' + 10;
+    if (c >= 'a' && c <= 'f')
+        return c - 'a' + 10;
+    return 0;
+}
+
+int32_t UnquoteText(const char* source, char* target, bool underscoreToSpace, uint32_t& spacesOut)
+{
+    int32_t count = 0;
+    spacesOut = 0;
+    for (; *source != 0; source++) {
+        char c = *source;
+        if (c == '=' && source[1] == '\r')
+            break; // the rest of the line belongs to the next one
+        if (c == '=' && source[1] != '"' && source[1] != '?') {
+            if (source[1] == 0 || source[2] == 0)
+                break;
+            c = static_cast<char>(HexValue(source[1]) * 16 + HexValue(source[2]));
+            source += 2;
+        } else if (c == '_' && underscoreToSpace) {
+            c = ' ';
+            spacesOut++;
+        }
+        target[count++] = c;
+    }
+    target[count] = 0;
+    return count;
+}

@@ -96,6 +96,12 @@ const char* BaseFileName(const char* path)
     return name;
 }
 
+const char* ShownFileName(const char* text, char delimiter)
+{
+    const char* place = delimiter == 0 ? nullptr : FindChar(text, delimiter);
+    return place == nullptr ? text : place + 1;
+}
+
 int32_t IsPrintable(char c)
 {
     return (c >= 32 && c <= 126) || c == '\t' ? 1 : 0;

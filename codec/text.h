@@ -43,6 +43,9 @@ const char* FindTextNoCase(const char* text, const char* wanted);
 // Behind the last '\' or ':'; a '/' is no separator.
 const char* BaseFileName(const char* path);
 
+// Behind the first delimiter; the whole text if there is none.
+const char* ShownFileName(const char* text, char delimiter);
+
 // 1 for 32 to 126 and TAB.
 int32_t IsPrintable(char c);
 

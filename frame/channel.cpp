@@ -35,6 +35,8 @@ int32_t CreateChannel(int32_t index)
     ch.Pop3Port = 110;
     ch.ImapPort = 143;
     ch.DetectImages = 1;
+    ch.DetectPdf = 1;
+    ch.DetectWav = 1;
     ch.AuthMethods = 7;
     ch.SendXMailer = 1;
     ch.StunnelSlot = -1;

@@ -35,7 +35,8 @@ struct Channel {
     char ReplyToAddress[256 + 1];
     char UserName[64 + 1];
     char AuthPassword[2048 + 1];
-    char AuthLines[2048 + 1]; // what the server's AUTH lines offer
+    char AuthScratch[512 + 1]; // the decoded challenge, then the answer to it
+    char AuthLines[2048 + 1];  // what the server's AUTH lines offer
     char LastRecipient[32 + 1];
     char ErrorFileName[128 + 1]; // path that the last failed operation met
     char ExtraLine[256 + 1];     // last line of each message text; empty = none
@@ -60,6 +61,7 @@ struct Channel {
     char* CurrentRecipient; // address in hand
     char* RecipientEnd;     // its delimiter, overwritten by 0 meanwhile; null = last of its list
     char* AttachBegPtr;     // list entry in hand
+    char* AttachEndPtr;     // next entry; an empty text behind the last
 
     // --- recipients ---
     int32_t AcceptedRecipients; // in this send
@@ -119,9 +121,12 @@ struct Channel {
     uint8_t HtmlCharset;
     uint8_t IsHtml;
     uint8_t IsForward;
-    uint8_t MixedOpen;     // 1 = the outer boundary is in force
-    uint8_t InlinePending; // 1 = AttachBegPtr walks InlineText
-    int32_t ContentIdCount;
+    uint8_t MixedOpen;        // 1 = the outer boundary is in force
+    uint8_t InlinePending;    // 1 = AttachBegPtr walks InlineText
+    uint8_t IsImage;          // of the entry in hand
+    uint8_t AttachParamCount; // parameter sets that this send has
+    uint8_t AttachParamIndex; // the next one to use
+    int32_t ContentIdCount;   // number of the last Content-ID
 
     // --- settings of rynIntegerParam ---
     uint8_t UseEhlo;
@@ -135,6 +140,8 @@ struct Channel {
     uint8_t FilenamePageCode;
     uint8_t QuoteAttachments;
     uint8_t DetectImages;
+    uint8_t DetectPdf; // starts at 1, as the next; no parameter changes them
+    uint8_t DetectWav;
     uint8_t DecodeState;
     uint8_t TagTextParts;
     uint8_t Rfc822Keep;

@@ -7,7 +7,10 @@
 #include "frame/memory.h"
 #include "frame/settings.h"
 #include "platform/platform.h"
+#include "send/attach_params.h"
 #include "transport/channel_io.h"
+#include "transport/process_ops.h"
+#include "transport/tunnel_ops.h"
 #include "transport/vsock.h"
 
 constexpr uint32_t WaitPerChannel = 2000; // ms that each channel adds to the waits
@@ -55,6 +58,9 @@ static int32_t BuildChannels(uint32_t channels)
         vsShutdown();
         return status;
     }
+    ClearAttachParams();
+    ClearTunnelSettings();
+    ClearProcessTable();
     FormatText(BoundarySeed, sizeof BoundarySeed, "===RYN%u99%d===", CID,
                static_cast<int32_t>(osTickCount()));
     return 1;
@@ -99,8 +105,14 @@ int32_t rynRelease(void)
     char line[FormatCapacity];
     FormatText(line, sizeof line, "*** rynRelease: %s ***\r\n", VersionText);
     LogGlobal(line);
+    if (TunnelConfigWritten()) {
+        FormatText(line, sizeof line, "Stunnel log: %s\\*Log(*).txt\r\n", TunnelFolder());
+        LogGlobal(line);
+    }
     osLockEnter(OS_LOCK_ATTACH);
     osYield();
+    for (uint32_t i = 0; i < count; i++) // before any socket that runs through them
+        KillStunnel(*ChannelTable[i]);
     ForgetGlobalLog();
     for (uint32_t i = count; i-- > 0;)
         ReleaseChannel(*ChannelTable[i]);
@@ -130,6 +142,7 @@ static int32_t EndConversation(Channel& ch)
     CloseChannelSocket(ch);
     FreeMessage(ch);
     ch.Protocol = 0;
+    KillStunnel(ch);
     return result;
 }
 

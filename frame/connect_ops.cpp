@@ -4,9 +4,25 @@
 #include "frame/channel.h"
 #include "frame/driver.h"
 #include "frame/log.h"
+#include "frame/settings.h"
 #include "send/address.h"
+#include "transport/tunnel_ops.h"
 #include "transport/vsock.h"
 #include "transport/vstream.h"
+
+// What a secure connect is told; the ports are cut to 16 bits.
+struct SecureServer {
+    uint16_t LocalPort;  // where the tunnel listens
+    uint16_t SecurePort; // of the real server; 0 = the tunnel runs already
+    const char *Server, *User, *Password;
+    const char* ProxyHost; // host of the tunnel; null or empty = this machine
+};
+
+// A text as a log line shows it.
+static const char* Shown(const char* text)
+{
+    return text == nullptr ? "(null)" : text;
+}
 
 // What every connect does last: runs the driver, and closes the socket if that fails.
 static int32_t StartConnecting(Channel& ch, State first)
@@ -37,6 +53,92 @@ int32_t rynSmtpConnect(uint32_t channel, const char* server, const char* from, c
     ch.ServerPort = ch.SmtpPort;
     return StartConnecting(ch, ST_SMTP_CONNECT);
 }
+
+// --- through a tunnel ---
+
+// The host on which the tunnel listens: as told, else this machine.
+static void SetTunnelHost(Channel& ch, const char* proxyHost)
+{
+    if (proxyHost != nullptr && *proxyHost != 0)
+        CopyField(ch.ServerName, proxyHost);
+    else
+        CopyField(ch.ServerName, ComputerName[0] != 0 ? ComputerName : "127.0.0.1");
+}
+
+static void LogSmtpConnectSSL(const Channel& ch, const SecureServer& to, const char* from,
+                              const char* replyTo)
+{
+    LogFormat(ch, "*** rynSmtpConnectSSL(%d,%d,%d,'%s','%s','%s','%s','%s','%s')\r\n",
+              ch.ChannelNumber, to.LocalPort, to.SecurePort, Shown(to.Server), Shown(to.User),
+              ShowConnectSecrets != 0 ? Shown(to.Password) : "*", Shown(from), Shown(replyTo),
+              to.ProxyHost == nullptr ? "0" : to.ProxyHost);
+}
+
+// Notes the account of an SMTP session: 1 or a status.
+static int32_t SetSmtpAccount(uint32_t channel, const SecureServer& to)
+{
+    if (to.User == nullptr || to.Password == nullptr)
+        return RYN_ERR_NO_SERVER;
+    if (const int32_t status = rynStringParam(channel, RYN_AUTH_USER, to.User); status < 0)
+        return status;
+    if (const int32_t status = rynStringParam(channel, RYN_AUTH_PASSWORD, to.Password); status < 0)
+        return status;
+    return rynIntegerParam(channel, RYN_USE_EHLO, 1);
+}
+
+// Brings the tunnel up and lets the channel find it: 1 or a status.
+static int32_t OpenTunnel(Channel& ch, TunnelProtocol protocol, const SecureServer& to)
+{
+    if (const int32_t status =
+            WriteStunnelConfig(ch, protocol, to.Server, to.LocalPort, to.SecurePort);
+        status < 0)
+        return status;
+    if (const int32_t status = StartStunnel(ch, protocol); status < 0)
+        return status;
+    SetTunnelHost(ch, to.ProxyHost);
+    return 1;
+}
+
+// Everything up to the connect itself: 1 or a status.
+static int32_t PrepareSmtpConnectSSL(uint32_t channel, const SecureServer& to, const char* from,
+                                     const char* replyTo)
+{
+    Channel& ch = *ChannelTable[channel];
+    ch.Protocol = 'S';
+    ch.TestConnectOnly = 0;
+    const bool hasTunnel = to.SecurePort == 0; // a second session through a tunnel that runs
+    if (!hasTunnel && (to.Server == nullptr || to.User == nullptr || to.Password == nullptr))
+        return RYN_ERR_NO_SERVER;
+    if (!hasTunnel && *TunnelFolder() == 0)
+        return RYN_ERR_PROXY_NOT_CONFIGURED;
+    if (const int32_t status = SetSmtpAccount(channel, to); status < 0)
+        return status;
+    if (!hasTunnel)
+        if (const int32_t status = OpenTunnel(ch, TUNNEL_SMTP, to); status < 0)
+            return status;
+    ch.SmtpPort = ch.ServerPort = to.LocalPort;
+    return SetSender(ch, from, replyTo);
+}
+
+int32_t rynSmtpConnectSSL(uint32_t channel, uint32_t localPort, uint32_t securePort,
+                          const char* server, const char* user, const char* password,
+                          const char* from, const char* replyTo, const char* proxyHost)
+{
+    if (const int32_t status = GuardChannel(channel); status < 0)
+        return status;
+    const SecureServer to = { static_cast<uint16_t>(localPort),
+                              static_cast<uint16_t>(securePort),
+                              server,
+                              user,
+                              password,
+                              proxyHost };
+    LogSmtpConnectSSL(*ChannelTable[channel], to, from, replyTo);
+    if (const int32_t status = PrepareSmtpConnectSSL(channel, to, from, replyTo); status < 0)
+        return status;
+    return StartConnecting(*ChannelTable[channel], ST_SMTP_CONNECT);
+}
+
+// --- asking only ---
 
 int32_t rynTestConnect(uint32_t channel, const char* server, uint32_t port, char* buffer,
                        int32_t size)

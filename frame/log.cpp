@@ -96,7 +96,7 @@ int32_t OpenLog(Channel& ch, const char* name)
     GlobalLogHandle.store(handle, std::memory_order_release);
     vsSetOption(ch.VSock, VS_OPT_LOG_HANDLE, handle);
     WriteLogHeader(ch);
-    return handle;
+    return handle == 0 ? RYN_ERR_CANNOT_CREATE_FILE : handle;
 }
 
 void CloseLog(Channel& ch)

@@ -378,7 +378,10 @@ static int32_t WriteLinesFile(Channel& ch, const char* text)
 
 static int32_t TestPath(Channel& ch, const char* text)
 {
-    return TestDirWritable(&ch, text) == 0 ? RYN_ERR_NO_SUCH_PATH : 1;
+    if (TestDirWritable(&ch, text) != 0)
+        return 1;
+    CopyField(ch.ErrorFileName, text); // an empty text, too
+    return RYN_ERR_NO_SUCH_PATH;
 }
 
 static int32_t DoNothing(Channel&, const char*)

@@ -3,6 +3,8 @@
 #include "frame/state_table.h"
 
 #include "frame/connect_states.h"
+#include "send/attach_states.h"
+#include "send/auth_states.h"
 #include "send/body_states.h"
 #include "send/envelope_states.h"
 #include "send/header_states.h"
@@ -21,6 +23,19 @@ static constexpr StateRow StateTable[] = {
     { ST_RESOLVE_SERVER, "resolve server", ResolveServer },
     { ST_CONNECT, "connect", Connect },
     { ST_WAIT_CONNECTED, "wait connected", WaitConnected },
+
+    { ST_AUTH_CRAM_START, "auth cram start", AuthCramStart },
+    { ST_AUTH_CRAM_CHALLENGE, "auth cram challenge", AuthCramChallenge },
+    { ST_AUTH_CRAM_RESPONSE, "auth cram response", AuthCramResponse },
+    { ST_AUTH_CRAM_REPLY, "auth cram reply", AuthCramReply },
+    { ST_AUTH_LOGIN_START, "auth login start", AuthLoginStart },
+    { ST_AUTH_LOGIN_USER, "auth login user", AuthLoginUser },
+    { ST_AUTH_LOGIN_PASSWORD, "auth login password", AuthLoginPassword },
+    { ST_AUTH_LOGIN_REPLY, "auth login reply", AuthLoginReply },
+    { ST_AUTH_PLAIN_SEND, "auth plain send", AuthPlainSend },
+    { ST_AUTH_PLAIN_REPLY, "auth plain reply", AuthPlainReply },
+    { ST_AUTH_XOAUTH2_SEND, "auth xoauth2 send", AuthXOAuth2Send },
+    { ST_AUTH_XOAUTH2_REPLY, "auth xoauth2 reply", AuthXOAuth2Reply },
 
     { ST_SMTP_CONNECT, "smtp connect", SmtpConnect },
     { ST_SMTP_GREETING, "smtp greeting", SmtpGreeting },
@@ -63,6 +78,16 @@ static constexpr StateRow StateTable[] = {
     { ST_MSG_END_REPLY, "message end reply", MsgEndReply },
     { ST_QUIT, "quit", SendCommand },
     { ST_QUIT_REPLY, "quit reply", QuitReply },
+
+    { ST_ATT_BOUNDARY, "attachment boundary", AttBoundary },
+    { ST_ATT_CONTENT_TYPE, "attachment content-type", AttContentType },
+    { ST_ATT_ENCODING, "attachment encoding", AttEncoding },
+    { ST_ATT_DISPOSITION, "attachment disposition", AttDisposition },
+    { ST_ATT_BLANK, "attachment blank", AttBlank },
+    { ST_ATT_OPEN, "attachment open", AttOpen },
+    { ST_ATT_BASE64, "attachment base64", AttBase64 },
+    { ST_ATT_LINES, "attachment lines", AttLines },
+
     { ST_VRFY_NEXT, "vrfy next", VrfyNext },
     { ST_VRFY_SEND, "vrfy send", VrfySend },
     { ST_VRFY_REPLY, "vrfy reply", VrfyReply },

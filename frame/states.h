@@ -14,6 +14,20 @@ enum State : int32_t {
     ST_CONNECT = 105,
     ST_WAIT_CONNECTED = 106,
 
+    // SMTP: logging in
+    ST_AUTH_CRAM_START = 150,
+    ST_AUTH_CRAM_CHALLENGE = 151,
+    ST_AUTH_CRAM_RESPONSE = 152,
+    ST_AUTH_CRAM_REPLY = 153,
+    ST_AUTH_LOGIN_START = 160,
+    ST_AUTH_LOGIN_USER = 162,
+    ST_AUTH_LOGIN_PASSWORD = 163,
+    ST_AUTH_LOGIN_REPLY = 164,
+    ST_AUTH_PLAIN_SEND = 170,
+    ST_AUTH_PLAIN_REPLY = 171,
+    ST_AUTH_XOAUTH2_SEND = 172,
+    ST_AUTH_XOAUTH2_REPLY = 173,
+
     // SMTP: greeting and hello
     ST_SMTP_CONNECT = 200,
     ST_SMTP_GREETING = 201,
@@ -55,11 +69,23 @@ enum State : int32_t {
     ST_BODY_FILE_OPEN = 244,
     ST_BODY_FILE_LINE = 245,
 
-    // end of the message, end of the session, address check
+    // end of the message, end of the session
     ST_MSG_END = 251,
     ST_MSG_END_REPLY = 252,
     ST_QUIT = 258,
     ST_QUIT_REPLY = 259,
+
+    // inline images and attachments
+    ST_ATT_BOUNDARY = 260,
+    ST_ATT_CONTENT_TYPE = 261,
+    ST_ATT_ENCODING = 262,
+    ST_ATT_DISPOSITION = 263,
+    ST_ATT_BLANK = 264,
+    ST_ATT_OPEN = 265,
+    ST_ATT_BASE64 = 266,
+    ST_ATT_LINES = 268,
+
+    // asking about addresses
     ST_VRFY_NEXT = 270,
     ST_VRFY_SEND = 271,
     ST_VRFY_REPLY = 272,

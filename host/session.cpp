@@ -190,8 +190,9 @@ ExitCode Connect(Session& session, const Options& options, const char* from)
     if (options.LogFile && OpenLog(options.LogFile) != EXIT_DONE)
         return EXIT_LOCAL_FILE;
     rynIntegerParam(Channel, RYN_AUTO_CALL_DRIVER, 0);
-    // A blocking connect waits as long as the system likes; this one RYN_CONNECT_TIMEOUT.
-    rynIntegerParam(Channel, RYN_BLOCKING_CONNECT, 0);
+    // The connect blocks, which is the start value: a refusal is then told at once, by its name.
+    // One attempt, for the system makes several of its own and takes minutes for a silent server.
+    rynIntegerParam(Channel, RYN_CONNECT_ATTEMPTS, 1);
     rynIntegerParam(Channel, RYN_SMTP_PORT, port);
     rynIntegerParam(Channel, RYN_USE_EHLO, options.UseEhlo ? 1 : 0);
     BeginStep(session, "connecting to " + std::string(options.Server));

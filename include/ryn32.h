@@ -426,6 +426,28 @@ RYN_API int32_t rynDebug(uint32_t channel, int32_t code, char *buffer, int32_t s
 RYN_API int32_t rynSmtpConnect(uint32_t channel, const char *server, const char *from,
                                const char *replyTo);
 
+/* rynSmtpConnectSSL: the same through a tunnel to a server that wants TLS, with a login. The library
+ * writes a configuration file, starts one stunnel process for the channel and speaks SMTP to it on a
+ * local port; rynSetProxySSL names the program first, rynSetCertAuth what certificates to trust.
+ *   channel     number of an attached channel
+ *   localPort   16 bits, where the tunnel listens on this machine; one of its own for each channel
+ *   securePort  16 bits, of the real server: 465 speaks TLS from the first byte, others STARTTLS;
+ *               0: a second session through the tunnel that this channel has started, to what
+ *               ServerName was then; server and proxyHost are not looked at
+ *   server      name of the real server, 255 chars; it is checked against the certificate
+ *   user, password  64 and 2048 chars, for the login; not empty
+ *   from, replyTo   as in rynSmtpConnect
+ *   proxyHost   host on which the tunnel listens; null or empty: this machine
+ * Returns  0: the session is open. Manual: 0 when the work has begun
+ * Errors   RYN_ERR_NO_SERVER: a null server, user or password; RYN_ERR_PROXY_NOT_CONFIGURED,
+ *          RYN_ERR_EMPTY_ARGUMENT, RYN_ERR_PASSWORD_TOO_LONG, RYN_ERR_CANNOT_CREATE_FILE: the
+ *          configuration; RYN_ERR_PROXY_START; those of rynSmtpConnect. A certificate that is refused
+ *          shows as RYN_ERR_SOCK_WRITE or RYN_ERR_CONNECT_FAILED; the tunnel's log has the reason
+ * Note     the process lives until rynClose or rynRelease. Methods of the login: RYN_AUTH_METHODS */
+RYN_API int32_t rynSmtpConnectSSL(uint32_t channel, uint32_t localPort, uint32_t securePort,
+                                  const char *server, const char *user, const char *password,
+                                  const char *from, const char *replyTo, const char *proxyHost);
+
 /* rynTestConnect: connects to any server, takes its greeting and sends nothing.
  *   channel  number of an attached channel
  *   server   name or dotted quad, 255 chars;  port: 16 bits
@@ -440,6 +462,47 @@ RYN_API int32_t rynSmtpConnect(uint32_t channel, const char *server, const char 
 RYN_API int32_t rynTestConnect(uint32_t channel, const char *server, uint32_t port, char *buffer,
                                int32_t size);
 
+/* --- Tunnel and programs ------------------------------------------------------------------------ */
+
+/* rynSetProxySSL: names the tunnel program and its folder, for all channels, before a secure connect.
+ *   unused       stored nowhere
+ *   options      sum of 1: the tunnel shows its icon; 2: it keeps no log
+ *   folder       255 chars: where configurations and logs of tunnels are written
+ *   certificate  255 chars: file with the client's key and certificate; not null
+ *   program      255 chars. Both names are full paths, or names in the folder; no blanks
+ * Returns  1
+ * Errors   RYN_ERR_NO_SERVER: a null argument, an empty folder or program; RYN_ERR_NO_SUCH_PATH: no
+ *          file can be made in the folder; RYN_ERR_NO_SUCH_FILE; RYN_ERR_NOT_ATTACHED
+ * Note     channel 0's log tells what was found. Nothing is stored when a check fails */
+RYN_API int32_t rynSetProxySSL(int32_t unused, uint32_t options, const char *folder,
+                               const char *certificate, const char *program);
+
+/* rynSetCertAuth: says whose certificates a tunnel trusts. Without it nothing is verified. Forgotten
+ * at rynAttach; itself needs none.
+ *   folder  255 chars: folder of trusted certificates; null or empty: none
+ *   file    255 chars: file of trusted certificates
+ * Returns  length of the file's name
+ * Errors   RYN_ERR_NO_SERVER: null or empty file; the one before stays */
+RYN_API int32_t rynSetCertAuth(const char *folder, const char *file);
+
+/* rynConfigSSL: adds lines to the global part of a tunnel's configuration.
+ *   option  1;  text: the lines, at most 1022 chars; replaces those before
+ * Returns  chars stored, a line end that was added among them
+ * Errors   RYN_ERR_NO_SUCH_OPTION, RYN_ERR_NO_SERVER: null or empty text; RYN_ERR_NOT_ATTACHED */
+RYN_API int32_t rynConfigSSL(int32_t option, const char *text);
+
+/* rynStartProgram: starts any program, without a shell and without waiting for it.
+ *   commandLine  words parted by blanks, double quotes group
+ * Returns  its entry number, 0 to 63; -1: it could not be started, or all entries are taken
+ * Errors   RYN_ERR_NULL_POINTER, RYN_ERR_NOT_ATTACHED */
+RYN_API int32_t rynStartProgram(const char *commandLine);
+
+/* rynKillProgram: ends a program that rynStartProgram has started, and waits until it is gone.
+ *   entry     its entry number;  exitCode: its exit code, where the system has such a thing
+ * Returns  1: ended; 0: no such program, or it can't be ended
+ * Errors   RYN_ERR_NOT_ATTACHED */
+RYN_API int32_t rynKillProgram(int32_t entry, int32_t exitCode);
+
 /* --- Sending ----------------------------------------------------------------------------------- */
 
 /* rynSendEmail: sends a message with a text.
@@ -450,15 +513,19 @@ RYN_API int32_t rynTestConnect(uint32_t channel, const char *server, uint32_t po
  *                rynMakeSubject encodes a text in another charset. Null or empty: no Subject line
  *   message      the text, or RYN_INDIRECTION_CHAR and the name of a file that holds it. Null or
  *                empty: an empty text
- *   attachments  null or empty
+ *   attachments  files: entries separated by RYN_ATTACH_DELIMITER, each a path, or a path,
+ *                RYN_NAME_SEPARATOR and the name to show; null or empty: none. A path that ends in '*'
+ *                and a digit is memory of rynSetFileBuffer. The type follows the name's end: .pdf,
+ *                .wav, .gif, .bmp, .tif, .jpg, .png, else application/octet-stream
  * Returns  0: the server has taken the message, or (with RYN_IGNORE_RCPT_REFUSAL) refused all
  *          recipients: RYN_STAT_ACCEPTED_RECIPIENTS tells. A server that closes instead of its last
  *          reply gives 0 too: RYN_STAT_REPLY_CODE is then 0 and not 250. Manual: 0 when the work has
  *          begun
  * Errors   RYN_ERR_SMTP_ONLY, RYN_ERR_NOT_CONNECTED, RYN_ERR_NO_RECIPIENT,
  *          RYN_ERR_MISSING_LEFT_ANGLE, RYN_ERR_MISSING_RIGHT_ANGLE: the first entry of a list has no
- *          brackets; RYN_ERR_NULL_POINTER: a later one; RYN_ERR_NO_MEMORY; RYN_ERR_NO_SUCH_OPTION:
- *          attachments were given; the two guards; what the driver reports. A failure inside the
+ *          brackets; RYN_ERR_NULL_POINTER: a later one; RYN_ERR_NO_MEMORY;
+ *          RYN_ERR_CANNOT_OPEN_FILE: a file, inside the message; RYN_ERR_NO_SUCH_PAGE_CODE: a name
+ *          can't be encoded by RYN_FILENAME_PAGE_CODE; the two guards; what the driver reports. A failure inside the
  *          message leaves the server waiting for its end: close the channel
  * Note     text types by RYN_MESSAGE_TYPE: 0 plain RFC 822 text without MIME, 7-bit: other chars
  *          become '~'. All others are MIME and quoted-printable: 1 text/plain, 2 text/html,
@@ -473,7 +540,7 @@ RYN_API int32_t rynSendEmail(uint32_t channel, const char *to, const char *cc, c
 /* rynSendHTML: sends an HTML message with a plain alternative.
  *   channel, to, cc, bcc, subject, attachments  as in rynSendEmail
  *   message      the HTML text, or RYN_INDIRECTION_CHAR and a file name
- *   images       null or empty
+ *   images       files as in attachments; the HTML text refers to the n-th as "cid:message-root.n"
  *   alternative  the plain text, at most 16384 chars, or RYN_INDIRECTION_CHAR and a file name; null
  *                or empty: an empty part. It goes out unencoded: keep it to 7-bit lines
  * Returns  as rynSendEmail
@@ -486,6 +553,26 @@ RYN_API int32_t rynSendEmail(uint32_t channel, const char *to, const char *cc, c
 RYN_API int32_t rynSendHTML(uint32_t channel, const char *to, const char *cc, const char *bcc,
                             const char *subject, const char *message, const char *images,
                             const char *alternative, const char *attachments);
+
+/* rynForwardEmail: sends a text with a stored message as its attachment.
+ *   channel, to, cc, bcc, subject, message  as in rynSendEmail
+ *   forwarded  path of the message, one entry as in rynSendEmail's attachments; its lines go out as
+ *              they stand, long ones folded
+ * Returns  as rynSendEmail
+ * Errors   as rynSendEmail
+ * Note     adds a parameter set (rynAttachmentParams) of type message/rfc822; with four sets in force
+ *          the file takes the first of those */
+RYN_API int32_t rynForwardEmail(uint32_t channel, const char *to, const char *cc, const char *bcc,
+                                const char *subject, const char *message, const char *forwarded);
+
+/* rynAttachmentParams: gives the header lines of an attachment, for the whole process. The n-th set is
+ * for the n-th entry of every send, inline images first; further entries get the usual lines.
+ *   contentType  whole line, as "Content-Type: text/csv"; null forgets all sets
+ *   transferEncoding, disposition, extraLine  whole lines; null or empty: the usual one, or none
+ * Returns  1; 0: four sets are taken, or the lines of one kind would exceed 512 bytes together
+ * Note     sets the lines only: the content still goes out as RYN_QUOTE_ATTACHMENTS says */
+RYN_API int32_t rynAttachmentParams(const char *contentType, const char *transferEncoding,
+                                    const char *disposition, const char *extraLine);
 
 /* rynSmtpTarget: lets the channel write its messages to a file instead of a server. The file gets
  * each message from its Message-ID line on, without an envelope and without the final dot.
@@ -527,6 +614,16 @@ RYN_API int32_t rynVerifyFormat(const char *address);
  *          RYN_ERR_BUFFER_OVERFLOW: the word is longer than 1023 or than the buffer */
 RYN_API int32_t rynMakeSubject(const char *text, int32_t pageCode, char *buffer, int32_t size);
 
+/* rynMakeXOAuth2: makes the text that is given as RYN_AUTH_PASSWORD for the method XOAUTH2. Needs no
+ * rynAttach.
+ *   user, token  of the account
+ *   buffer       out: "user=", user, "auth=Bearer ", token and 3 chars of value 1: as many bytes as
+ *                both have, 21 more, and a terminating zero
+ * Returns  length of the text
+ * Errors   RYN_ERR_NULL_POINTER
+ * Note     a text of more than 48 bytes is sent in several lines, which many servers refuse */
+RYN_API int32_t rynMakeXOAuth2(const char *user, const char *token, char *buffer);
+
 /* --- Codecs. None of these needs rynAttach. ---------------------------------------------------- */
 
 /* rynQuoteBuffer: quoted-printable without line breaks: '=' and all but printable ASCII and TAB
@@ -537,6 +634,44 @@ RYN_API int32_t rynMakeSubject(const char *text, int32_t pageCode, char *buffer,
  *          source or a size below 4
  * Errors   RYN_ERR_NULL_POINTER, RYN_ERR_NULL_BUFFER */
 RYN_API int32_t rynQuoteBuffer(const char *source, char *target, int32_t size);
+
+/* rynUnQuoteBuffer: decodes quoted-printable up to a soft line break or the end.
+ *   source  text;  target: out, size bytes and a terminating zero; may be the source
+ *   size    capacity without the zero, at least the source's length
+ * Returns  bytes decoded; '_' becomes a blank while RYN_UNDERSCORE_TO_SPACE is on
+ * Errors   RYN_ERR_BUFFER_TOO_SMALL, RYN_ERR_NULL_POINTER, RYN_ERR_NULL_BUFFER */
+RYN_API int32_t rynUnQuoteBuffer(const char *source, char *target, int32_t size);
+
+/* rynReadQuoted: reads a file as quoted-printable, a soft line break behind each chunk.
+ *   fileName     path, or a memory file
+ *   target       out: text;  size: its capacity
+ *   chunkLength  bytes of the file to a line, 1 to 253; other values: 73. Above 84 a line can lose
+ *                bytes, if many of them need quoting
+ * Returns  bytes read from the file; -1: it can't be opened
+ * Errors   RYN_ERR_BUFFER_OVERFLOW: the target holds what fitted; RYN_ERR_NULL_POINTER,
+ *          RYN_ERR_NULL_BUFFER */
+RYN_API int32_t rynReadQuoted(const char *fileName, char *target, int32_t size,
+                              int32_t chunkLength);
+
+/* rynEncodeBuffer: Base64 in lines of 76 chars, each ended by CR LF.
+ *   source  length bytes;  target: out, 78 bytes for every 57 of the source or part of them, and 1
+ * Returns  chars stored without the terminating zero; 0, with nothing stored, for a length below 1
+ * Errors   RYN_ERR_NULL_POINTER, RYN_ERR_NULL_BUFFER */
+RYN_API int32_t rynEncodeBuffer(const char *source, char *target, int32_t length);
+
+/* rynDecodeBuffer: decodes Base64 lines; a line's chars behind its last whole group are ignored, and
+ * chars outside the alphabet count as 0.
+ *   source  text, of which at most length chars are looked at
+ *   target  out: 3 bytes for every 4 chars, and 4
+ * Returns  bytes decoded
+ * Errors   RYN_ERR_NULL_POINTER, RYN_ERR_NULL_BUFFER */
+RYN_API int32_t rynDecodeBuffer(const char *source, char *target, int32_t length);
+
+/* rynDecodeUU: decodes one line of UU text, without the length char that begins it.
+ *   source  text up to its first CR or its end;  target: out, 3 bytes for every 4 chars, and 4
+ * Returns  bytes decoded, a multiple of 3: the host cuts them to the length that the line told
+ * Errors   RYN_ERR_NULL_POINTER, RYN_ERR_NULL_BUFFER */
+RYN_API int32_t rynDecodeUU(const char *source, char *target);
 
 /* rynEncodeUTF8: one 16-bit char as UTF-8, and a zero byte.
  *   code    the char, low 16 bits;  target: out, 4 bytes

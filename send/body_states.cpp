@@ -227,6 +227,8 @@ static int32_t FinishBody(Channel& ch)
     if (ch.IsHtml != 0 && ch.NoRelatedPart == 0 && ch.InlineText == nullptr)
         if (const int32_t status = SendSeedLine(ch, "--", "REL===--\r\n"); status < 0)
             return status;
+    if (ch.AttachBegPtr != nullptr)
+        return Go(ch, ST_ATT_BOUNDARY);
     return Go(ch, ST_MSG_END);
 }
 

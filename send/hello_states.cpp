@@ -90,6 +90,45 @@ static void CollectAuthLines(Channel& ch, const char* reply)
     }
 }
 
+// Bits of AuthMethods.
+constexpr uint8_t AUTH_CRAM_MD5 = 1;
+constexpr uint8_t AUTH_LOGIN = 2;
+constexpr uint8_t AUTH_PLAIN = 4;
+constexpr uint8_t AUTH_XOAUTH2 = 8;
+
+static bool Offers(const Channel& ch, uint8_t method, const char* offer, const char* word)
+{
+    return (ch.AuthMethods & method) != 0 && FindTextNoCase(offer, word) != nullptr;
+}
+
+// Goes on to the login by the first method of ours that the server offers and the channel allows, or
+// ends the connect without one. offer is the reply from its first "AUTH" on.
+static int32_t ChooseAuth(Channel& ch, const char* offer)
+{
+    if (Offers(ch, AUTH_CRAM_MD5, offer, " CRAM-MD5")) {
+        LogText(&ch, "Using CRAM-MD5\r\n");
+        return Go(ch, ST_AUTH_CRAM_START);
+    }
+    if (Offers(ch, AUTH_LOGIN, offer, " LOGIN")) {
+        LogText(&ch, "Using LOGIN\r\n");
+        return Go(ch, ST_AUTH_LOGIN_START);
+    }
+    if (FindTextNoCase(offer, "=LOGIN") != nullptr) { // an old form, with no bit of its own
+        LogText(&ch, "Using =LOGIN\r\n");
+        return Go(ch, ST_AUTH_LOGIN_START);
+    }
+    if (Offers(ch, AUTH_PLAIN, offer, " PLAIN")) {
+        LogText(&ch, "Using PLAIN\r\n");
+        return Go(ch, ST_AUTH_PLAIN_SEND);
+    }
+    if (Offers(ch, AUTH_XOAUTH2, offer, " XOAUTH2")) {
+        LogText(&ch, "Using XOAUTH2\r\n");
+        return Go(ch, ST_AUTH_XOAUTH2_SEND);
+    }
+    LogText(&ch, "No protocols!\r\n");
+    return Finish(ch);
+}
+
 int32_t SmtpHelloReply(Channel& ch, uint32_t)
 {
     int32_t leave = 0;
@@ -98,5 +137,6 @@ int32_t SmtpHelloReply(Channel& ch, uint32_t)
     if (ch.UseEhlo == 0)
         return Finish(ch);
     CollectAuthLines(ch, ch.ReplyBuffer);
-    return Finish(ch);
+    const char* offer = FindTextNoCase(ch.ReplyBuffer, "AUTH");
+    return offer == nullptr ? Finish(ch) : ChooseAuth(ch, offer);
 }

@@ -8,6 +8,7 @@
 #include "frame/memory.h"
 #include "frame/settings.h"
 #include "send/address.h"
+#include "send/attach_params.h"
 #include "transport/channel_io.h"
 #include "transport/vsock.h"
 
@@ -68,12 +69,23 @@ static int32_t CopyTexts(Channel& ch, const Message& message)
     return status;
 }
 
+// The images go out before the attachments.
+static int32_t CopyFileLists(Channel& ch, const Message& message)
+{
+    int32_t status = CopyToSlot(ch, SLOT_INLINE, message.Images, ch.InlineText);
+    if (status == 0)
+        status = CopyToSlot(ch, SLOT_ATTACHMENTS, message.Attachments, ch.AttachmentText);
+    ch.InlinePending = ch.InlineText != nullptr ? 1 : 0;
+    ch.AttachBegPtr = ch.InlineText != nullptr ? ch.InlineText : ch.AttachmentText;
+    return status;
+}
+
 // Forgets the message before; what lasts from send to send is not touched.
-static void ResetMessage(Channel& ch, bool isHtml)
+static void ResetMessage(Channel& ch, bool isHtml, bool isForward)
 {
     ch.NextState = ST_IDLE; // a send that still runs is over: its texts are about to go
     ch.IsHtml = isHtml ? 1 : 0;
-    ch.IsForward = 0;
+    ch.IsForward = isForward ? 1 : 0;
     ch.MsgBytesRead = ch.AttachBytesRead = ch.MsgBytesSent = ch.AttachBytesSent = 0;
     ch.ContentIdCount = 0;
     ch.AcceptedRecipients = 0;
@@ -82,10 +94,12 @@ static void ResetMessage(Channel& ch, bool isHtml)
     ch.InlineText = nullptr;
     ch.AttachmentText = nullptr;
     ch.AttachBegPtr = nullptr;
+    ch.AttachParamCount = AttachSetCount();
+    ch.AttachParamIndex = 0;
     ch.ToList = nullptr;
 }
 
-static int32_t StartSend(const char* operation, bool isHtml, uint32_t channel,
+static int32_t StartSend(const char* operation, bool isHtml, bool isForward, uint32_t channel,
                          const Message& message)
 {
     if (const int32_t status = GuardChannel(channel); status < 0)
@@ -96,12 +110,12 @@ static int32_t StartSend(const char* operation, bool isHtml, uint32_t channel,
     LogFormat(ch, "*** %s\r\n", operation);
     if (ChannelConnected(ch, 0) < 1)
         return RYN_ERR_NOT_CONNECTED;
-    if (IsGiven(message.Images) || IsGiven(message.Attachments))
-        return RYN_ERR_NO_SUCH_OPTION;
-    ResetMessage(ch, isHtml);
+    ResetMessage(ch, isHtml, isForward);
     if (const int32_t status = CopyRecipients(ch, message); status < 0)
         return status;
     if (const int32_t status = CopyTexts(ch, message); status < 0)
+        return status;
+    if (const int32_t status = CopyFileLists(ch, message); status < 0)
         return status;
     ch.WaitWritable = 1;
     ch.NextState = ST_SMTP_MAIL_FROM;
@@ -115,7 +129,7 @@ int32_t rynSendEmail(uint32_t channel, const char* to, const char* cc, const cha
                      const char* subject, const char* message, const char* attachments)
 {
     const Message parts = { to, cc, bcc, subject, message, nullptr, nullptr, attachments };
-    return StartSend("rynSendEmail", false, channel, parts);
+    return StartSend("rynSendEmail", false, false, channel, parts);
 }
 
 int32_t rynSendHTML(uint32_t channel, const char* to, const char* cc, const char* bcc,
@@ -123,7 +137,16 @@ int32_t rynSendHTML(uint32_t channel, const char* to, const char* cc, const char
                     const char* alternative, const char* attachments)
 {
     const Message parts = { to, cc, bcc, subject, message, images, alternative, attachments };
-    return StartSend("rynSendHTML", true, channel, parts);
+    return StartSend("rynSendHTML", true, false, channel, parts);
+}
+
+int32_t rynForwardEmail(uint32_t channel, const char* to, const char* cc, const char* bcc,
+                        const char* subject, const char* message, const char* forwarded)
+{
+    const Message parts = { to, cc, bcc, subject, message, nullptr, nullptr, forwarded };
+    rynAttachmentParams("Content-Type: message/rfc822", "Content-Transfer-Encoding: 7bit",
+                        "Content-Disposition: attachment", nullptr);
+    return StartSend("rynSendEmail", false, true, channel, parts);
 }
 
 // --- a file in the place of a server ---

@@ -69,6 +69,11 @@ int32_t SendText(Channel& ch, const char* text)
     return SendData(ch, text, TextLength(text));
 }
 
+int32_t SendDataMasked(Channel& ch, const char* bytes, int32_t count, int32_t maskStart)
+{
+    return vsWrite(ch.VSock, bytes, count, maskStart);
+}
+
 int32_t SendExtraLine(Channel& ch)
 {
     return ch.ExtraLine[0] == 0 ? 0 : SendLine(ch, ch.ExtraLine);

@@ -209,6 +209,8 @@ int32_t vsDrain(int32_t vs)
 {
     constexpr int32_t DrainBytes = 255;
     char scratch[DrainBytes + 1];
+    if (vsRecord(vs) == nullptr)
+        return RYN_ERR_NO_SUCH_VSOCK;
     while (vsWaitData(vs, 0) != 0)
         if (vsRead(vs, scratch, DrainBytes) < 1)
             break;

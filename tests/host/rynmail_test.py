@@ -251,6 +251,7 @@ def test_NobodyListensIsAConnectionFailure(server):
                       "--to", "bob@mail.example", "--text", "x")
     same(run.returncode, CONNECTION)
     check(run.stderr.startswith(b"rynmail: connecting to 127.0.0.1:"), run.stderr)
+    check(b"Connection refused by remote host." in run.stderr, run.stderr)
 
 
 def scripted_server(replies):
