@@ -152,6 +152,7 @@ int32_t rynTestConnect(uint32_t channel, const char* server, uint32_t port, char
     CopyField(ch.ServerName, server);
     ch.ServerPort = static_cast<uint16_t>(port);
     ch.TestConnectOnly = 1;
+    ch.WaitWritable = 0;
     StartConnecting(ch, ST_SMTP_CONNECT);
     if (ch.AutoCallDriver == 0) { // the greeting is still to come
         if (buffer != nullptr && size >= 0)

@@ -8,10 +8,12 @@
 #include "frame/settings.h"
 #include "frame/state_table.h"
 #include "frame/status.h"
+#include "frame/ticks.h"
 #include "platform/platform.h"
 #include "transport/channel_io.h"
 #include "transport/replies.h"
 #include "transport/vsock.h"
+#include "transport/vstream.h"
 
 constexpr uint32_t NotRipePause = 10;      // ms
 constexpr uint32_t NotWritablePause = 100; // ms
@@ -88,12 +90,14 @@ int32_t FailState(Channel& ch, int32_t sockCode, int32_t status)
 void Arm(Channel& ch, uint32_t gap, uint32_t timeout)
 {
     const uint32_t now = osTickCount();
-    ch.NotBeforeTick = now + gap;
-    ch.DeadlineTick = now + timeout;
+    ch.NotBeforeTick = TickAfter(now, gap);
+    ch.DeadlineTick = TickAfter(now, timeout);
 }
 
 int32_t SendOrFail(Channel& ch, const char* text)
 {
+    if (ch.RefusalIsOpen != 0) // else its rest would be read as the reply to this line
+        DropRefusalRest(ch);
     const int32_t result = SendLine(ch, text);
     return result < 0 ? FailState(ch, result, RYN_ERR_SOCK_WRITE) : 0;
 }
@@ -138,23 +142,31 @@ static int32_t RunState(Channel& ch, uint32_t now)
     return handler(ch, now);
 }
 
-static int32_t StepDriver(Channel& ch)
+// What stands at the head of every call: a pause, and the tick that serves the whole call.
+static uint32_t BeginStep()
 {
     if (DriverDelay == 0)
         osYield();
     else
         osSleep(DriverDelay);
+    return osTickCount();
+}
+
+static int32_t StepDriver(Channel& ch, uint32_t now)
+{
     ch.CommandBuffer[0] = 0;
     ch.ReplyBuffer[0] = 0;
     ch.WaitsForPeer = 0;
-    const uint32_t now = osTickCount();
-    if (ch.NotBeforeTick > now) {
+    vsForgetSilence(ch.VSock);
+    if (ch.NotBeforeTick != 0 && !TickReached(now, ch.NotBeforeTick)) {
         osSleep(NotRipePause);
         return DRIVER_NOT_YET;
     }
-    if (ch.DeadlineTick != 0 && ch.DeadlineTick < now)
+    if (ch.DeadlineTick != 0 && TickReached(now, ch.DeadlineTick + 1))
         return FailState(ch, 0, RYN_ERR_TIMED_OUT);
-    if (ch.WaitWritable != 0 && ChannelSelect(ch, VS_WAIT_WRITE) == 0) {
+    if (ch.WaitWritable != 0 && ch.NextState != ST_IDLE && ChannelSelect(ch, VS_WAIT_WRITE) == 0) {
+        if (ch.DeadlineTick == 0) // no state has run yet that could bound this wait
+            ch.DeadlineTick = TickAfter(now, ReplyTimeout);
         osSleep(NotWritablePause);
         return DRIVER_NOT_YET;
     }
@@ -165,15 +177,40 @@ int32_t rynDriver(uint32_t channel)
 {
     if (const int32_t status = GuardChannel(channel); status < 0)
         return status;
-    return StepDriver(*ChannelTable[channel]);
+    const uint32_t now = BeginStep();
+    return StepDriver(*ChannelTable[channel], now);
 }
 
-// Sleeps until the next state may run, in one piece.
-static void SleepUntilRipe(const Channel& ch)
+// What RunDriver does between two steps: waits until the next may run, in one piece. Whatever has
+// been gathered goes out before a wait.
+static void PauseBetweenSteps(Channel& ch, uint32_t now)
 {
-    const uint32_t now = osTickCount();
-    if (ch.NotBeforeTick > now)
-        osSleep(ch.NotBeforeTick - now);
+    const bool isEarly = ch.NotBeforeTick != 0 && !TickReached(now, ch.NotBeforeTick);
+    if (!isEarly && ch.WaitsForPeer == 0) {
+        osYield();
+        return;
+    }
+    vsFlush(ch.VSock);
+    if (ch.WaitsForPeer != 0)
+        osSleep(PeerPause);
+    const uint32_t then = osTickCount();
+    if (isEarly && !TickReached(then, ch.NotBeforeTick))
+        osSleep(ch.NotBeforeTick - then);
+}
+
+// Runs steps until the operation is over: 0 or a status.
+static int32_t DriveToEnd(Channel& ch)
+{
+    for (;;) {
+        const uint32_t now = BeginStep();
+        vsSetGather(ch.VSock, true);
+        const int32_t result = StepDriver(ch, now);
+        if (result < 1)
+            return result;
+        PauseBetweenSteps(ch, now);
+        if (const int32_t failure = vsSendFailure(ch.VSock); failure < 0)
+            return FailState(ch, failure, RYN_ERR_SOCK_WRITE);
+    }
 }
 
 int32_t RunDriver(Channel& ch)
@@ -184,14 +221,8 @@ int32_t RunDriver(Channel& ch)
     ch.DeadlineTick = 0;
     ch.LastSockCode = 0;
     ch.AfterConnectState = 0;
-    for (;;) {
-        const int32_t result = StepDriver(ch);
-        if (result < 1)
-            return result;
-        SleepUntilRipe(ch);
-        if (ch.WaitsForPeer != 0)
-            osSleep(PeerPause);
-        else
-            osYield();
-    }
+    const int32_t result = DriveToEnd(ch);
+    vsSetGather(ch.VSock, false);
+    const int32_t failure = vsSendFailure(ch.VSock);
+    return result == 0 && failure < 0 ? FailState(ch, failure, RYN_ERR_SOCK_WRITE) : result;
 }

@@ -101,10 +101,10 @@ int32_t OpenLog(Channel& ch, const char* name)
 
 void CloseLog(Channel& ch)
 {
+    ForgetGlobalLog(); // first: another thread may get the handle as soon as it is closed
     vsSetOption(ch.VSock, VS_OPT_LOG_HANDLE, 0);
     u_Close(ch.LogHandle);
     ch.LogHandle = 0;
-    ForgetGlobalLog();
 }
 
 int32_t OpenRecipientTrace(Channel& ch, const char* name)
@@ -112,7 +112,10 @@ int32_t OpenRecipientTrace(Channel& ch, const char* name)
     CloseRecipientTrace(ch);
     if (*name == 0)
         return 0;
+    constexpr int32_t NameChars = FormatCapacity - 16; // the rest of the path must fit behind
     char path[FormatCapacity];
+    if (TextLength(name) > NameChars)
+        return RYN_ERR_CANNOT_CREATE_FILE;
     FormatText(path, sizeof path, "%s_%d.log", name, ch.ChannelNumber);
     LogFormat(ch, "Creating rcpt trace file '%s'\r\n", path);
     const int32_t handle = u_Create(path, 0, false);

@@ -246,7 +246,7 @@ extern "C" {
 #define RYN_INERT_TEXT_66              66   /* without effect. 0 */
 #define RYN_ZONE_STRING_ALIAS          69   /* the same as 65 */
 #define RYN_LIST_ARGUMENTS             71   /* channel, 16: arguments of the IMAP LIST. Stored */
-#define RYN_EXTRA_LINE                 72   /* channel, 256: last line of every message text; empty: none. Stored */
+#define RYN_EXTRA_LINE                 72   /* channel, 256: last line of every message text; empty: none. Goes out as it stands: a lone dot would end the message. Stored */
 #define RYN_LOCAL_ADDRESS              73   /* channel: local address to connect from, a dotted quad. The address as a number */
 #define RYN_LOCAL_HOST_NAME            74   /* channel, 64: the name in HELO and EHLO; "*": the computer's; empty: RYN_ERR_NULL_POINTER. Stored */
 #define RYN_RCPT_TRACE_FILE            77   /* channel: opens the recipient trace NAME_c.log, c being the channel; empty closes it. The handle, 0, or a status */
@@ -339,11 +339,14 @@ RYN_API int32_t rynIsConnected(uint32_t channel);
  *   channel  number of an attached channel
  * Returns  0: all is done. DRIVER_NOT_YET: nothing could be done yet, call again (the call has
  *          slept 10 or 100 ms). Other positive: the number of the next step, call again; a step that
- *          waits for the server repeats without sleeping, so a host that has other work does it then
+ *          waits for the server repeats, most of them without sleeping, so a host that has other
+ *          work does it then. Looking up a name, connecting and sending may block; reading a
+ *          greeting takes 200 ms, and the wait for the last reply to a message up to 1 s a call
  * Errors   the operation has failed and is over. RYN_ERR_TIMED_OUT, RYN_ERR_SERVER_NOT_FOUND,
  *          RYN_ERR_CONNECT_FAILED, RYN_ERR_CANNOT_CREATE_SOCKET, RYN_ERR_SOCK_WRITE,
  *          RYN_ERR_SMTP_REPLY, RYN_ERR_RESPONSE_OVERFLOW, RYN_ERR_CANNOT_OPEN_FILE,
- *          RYN_ERR_MISSING_FROM, RYN_ERR_NULL_POINTER; the two guards */
+ *          RYN_ERR_MISSING_FROM, RYN_ERR_MISSING_LEFT_ANGLE: a sender set by RYN_FROM has no
+ *          brackets; RYN_ERR_NULL_POINTER; the two guards */
 RYN_API int32_t rynDriver(uint32_t channel);
 
 /* --- Statuses ---------------------------------------------------------------------------------- */
@@ -456,8 +459,8 @@ RYN_API int32_t rynSmtpConnectSSL(uint32_t channel, uint32_t localPort, uint32_t
  * Returns  length of the greeting without its line end. After a failure without a socket status
  *          (nobody greets) 0 or the length of what the last reply was. Manual: 0 when the work has
  *          begun; rynDebug has the greeting when rynDriver gives 0
- * Errors   RYN_ERR_NO_SERVER, RYN_ERR_SERVER_NOT_FOUND's socket status, a network status; the two
- *          guards
+ * Errors   RYN_ERR_NO_SERVER, RYN_ERR_SERVER_NOT_FOUND, a network status, another status of a socket,
+ *          which may have no text; the two guards
  * Note     the socket stays open after success; rynClose or rynAbort closes it */
 RYN_API int32_t rynTestConnect(uint32_t channel, const char *server, uint32_t port, char *buffer,
                                int32_t size);
@@ -518,22 +521,21 @@ RYN_API int32_t rynKillProgram(int32_t entry, int32_t exitCode);
  *                and a digit is memory of rynSetFileBuffer. The type follows the name's end: .pdf,
  *                .wav, .gif, .bmp, .tif, .jpg, .png, else application/octet-stream
  * Returns  0: the server has taken the message, or (with RYN_IGNORE_RCPT_REFUSAL) refused all
- *          recipients: RYN_STAT_ACCEPTED_RECIPIENTS tells. A server that closes instead of its last
- *          reply gives 0 too: RYN_STAT_REPLY_CODE is then 0 and not 250. Manual: 0 when the work has
- *          begun
+ *          recipients: RYN_STAT_ACCEPTED_RECIPIENTS tells. Manual: 0 when the work has begun
  * Errors   RYN_ERR_SMTP_ONLY, RYN_ERR_NOT_CONNECTED, RYN_ERR_NO_RECIPIENT,
  *          RYN_ERR_MISSING_LEFT_ANGLE, RYN_ERR_MISSING_RIGHT_ANGLE: the first entry of a list has no
  *          brackets; RYN_ERR_NULL_POINTER: a later one; RYN_ERR_NO_MEMORY;
  *          RYN_ERR_CANNOT_OPEN_FILE: a file, inside the message; RYN_ERR_NO_SUCH_PAGE_CODE: a name
- *          can't be encoded by RYN_FILENAME_PAGE_CODE; the two guards; what the driver reports. A failure inside the
+ *          can't be encoded by RYN_FILENAME_PAGE_CODE; RYN_ERR_SOCK_WRITE: the connection broke, also
+ *          in the place of the server's last reply; the two guards; what the driver reports. A failure inside the
  *          message leaves the server waiting for its end: close the channel
  * Note     text types by RYN_MESSAGE_TYPE: 0 plain RFC 822 text without MIME, 7-bit: other chars
  *          become '~'. All others are MIME and quoted-printable: 1 text/plain, 2 text/html,
  *          3 text/enriched; text/plain in 4 iso-8859-1, 5 iso-8859-8, 6 windows-1252,
  *          7 windows-1255, 10 iso-8859-2, 11 iso-8859-7, 13 iso-8859-3, 14 iso-8859-4, 15 UTF-8;
  *          9 RYN_CONTENT_TYPE_LINE; 8, 12, 16 to 31 text/plain without an encoding line.
- *          A header line ends at 1023 chars: long lists lose their tail there, never in the
- *          envelope */
+ *          A header line ends at 1023 chars: long lists lose their tail there; in the envelope only
+ *          a single address can be too long */
 RYN_API int32_t rynSendEmail(uint32_t channel, const char *to, const char *cc, const char *bcc,
                              const char *subject, const char *message, const char *attachments);
 
@@ -542,7 +544,7 @@ RYN_API int32_t rynSendEmail(uint32_t channel, const char *to, const char *cc, c
  *   message      the HTML text, or RYN_INDIRECTION_CHAR and a file name
  *   images       files as in attachments; the HTML text refers to the n-th as "cid:message-root.n"
  *   alternative  the plain text, at most 16384 chars, or RYN_INDIRECTION_CHAR and a file name; null
- *                or empty: an empty part. It goes out unencoded: keep it to 7-bit lines
+ *                or empty: an empty part. It goes out unencoded: keep it to 7-bit lines that end in CR LF
  * Returns  as rynSendEmail
  * Errors   as rynSendEmail
  * Note     with RYN_MESSAGE_TYPE 2 the HTML part is quoted-printable, in the charset of

@@ -245,9 +245,9 @@ int32_t AttOpen(Channel& ch, uint32_t)
         return FailState(ch, handle, RYN_ERR_CANNOT_OPEN_FILE);
     }
     ch.WaitWritable = 1;
+    StartMsgText(ch, false);
     if (ch.QuoteAttachments == 0 && ch.IsForward == 0)
         return Go(ch, ST_ATT_BASE64);
-    StartMsgText(ch, false);
     return Go(ch, ST_ATT_LINES);
 }
 
@@ -272,11 +272,30 @@ static int32_t NextAttachEntry(Channel& ch)
     return Go(ch, ST_ATT_BOUNDARY);
 }
 
+// The next bytes of the file, read ahead through the message window: their count, up to most.
+static int32_t TakeAttachBytes(Channel& ch, int32_t most, const char*& bytesOut)
+{
+    if (ch.WindowEnd - ch.WindowPos < most && ch.WindowAtEof == 0) {
+        const int32_t held = ch.WindowEnd - ch.WindowPos;
+        memmove(ch.MessageWindow, ch.MessageWindow + ch.WindowPos, static_cast<size_t>(held));
+        const int32_t count = u_Read(ch.AttachHandle, ch.MessageWindow + held,
+                                     static_cast<int32_t>(WindowCapacity) - held);
+        ch.WindowAtEof = count < 1 ? 1 : 0;
+        ch.WindowPos = 0;
+        ch.WindowEnd = held + (count < 1 ? 0 : count);
+    }
+    const int32_t held = ch.WindowEnd - ch.WindowPos;
+    const int32_t taken = held < most ? held : most;
+    bytesOut = ch.MessageWindow + ch.WindowPos;
+    ch.WindowPos += taken;
+    return taken;
+}
+
 int32_t AttBase64(Channel& ch, uint32_t)
 {
     constexpr int32_t BlockBytes = 57; // 76 chars, the longest line of RFC 2045
-    char block[BlockBytes];
-    const int32_t count = u_Read(ch.AttachHandle, block, BlockBytes);
+    const char* block = nullptr;
+    const int32_t count = TakeAttachBytes(ch, BlockBytes, block);
     if (count < 1) {
         CloseAttachFile(ch);
         LogFormat(ch, "### AttachBegPtr = [%s]\r\n", ch.AttachBegPtr);

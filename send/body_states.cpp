@@ -300,5 +300,11 @@ int32_t MsgEndReply(Channel& ch, uint32_t)
     if (ChannelDataReady(ch, VerdictWait) == 0)
         return Wait(ch);
     const int32_t result = ReadSmtpReply(ch);
-    return result < 0 ? FailState(ch, 0, result) : Finish(ch);
+    if (result < 0)
+        return FailState(ch, 0, result);
+    // Elsewhere a server that has closed is found out by the next send. None follows here, and a
+    // message without a verdict must not pass for one that was taken.
+    if (ch.ReplyCode == 0 && ch.TargetMode == 0)
+        return FailState(ch, RYN_ERR_SOCK_CLOSED, RYN_ERR_SOCK_WRITE);
+    return Finish(ch);
 }

@@ -6,6 +6,7 @@
 #include "codec/text.h"
 #include "frame/log.h"
 #include "frame/settings.h"
+#include "frame/ticks.h"
 #include "send/address.h"
 #include "transport/channel_io.h"
 #include "transport/replies.h"
@@ -79,7 +80,7 @@ int32_t SmtpNextRecipient(Channel& ch, uint32_t now)
     if (ch.CurrentRecipient == nullptr)
         return FailState(ch, 0, RYN_ERR_NULL_POINTER);
     CutEntry(ch);
-    ch.DeadlineTick = now + ReplyTimeout;
+    ch.DeadlineTick = TickAfter(now, ReplyTimeout);
     ch.WaitWritable = 1;
     return Go(ch, ST_SMTP_RCPT_TO);
 }
@@ -145,7 +146,6 @@ static int32_t RefuseRecipient(Channel& ch)
 {
     if (IsFinalRefusal(ch.LastReply) || ch.IgnoreRcptRefusal == 0)
         return FailState(ch, 0, RYN_ERR_SMTP_REPLY);
-    DropRefusalRest(ch);
     if (ch.AcceptedRecipients == 0) {
         Arm(ch, 0, ReplyTimeout);
         return Go(ch, ST_SMTP_RSET);
@@ -229,7 +229,7 @@ int32_t VrfyNext(Channel& ch, uint32_t now)
     if (ch.CurrentRecipient == nullptr || *ch.CurrentRecipient == 0)
         return Finish(ch);
     CutEntry(ch);
-    ch.DeadlineTick = now + ReplyTimeout;
+    ch.DeadlineTick = TickAfter(now, ReplyTimeout);
     ch.WaitWritable = 1;
     return Go(ch, ST_VRFY_SEND);
 }
@@ -251,7 +251,5 @@ int32_t VrfyReply(Channel& ch, uint32_t)
         return Wait(ch);
     const int32_t result = ReadSmtpReply(ch);
     ch.VerifyResult = result >= 0 && ch.ReplyCode == AddressIsKnown ? 1 : 0;
-    if (result == RYN_ERR_SMTP_REPLY)
-        DropRefusalRest(ch);
     return Go(ch, ST_VRFY_NEXT);
 }

@@ -3,6 +3,7 @@
 
 #include "codec/text.h"
 #include "frame/settings.h"
+#include "frame/ticks.h"
 #include "send/header_lines.h"
 
 static const char MailerHeader[] = "X-Mailer: Brindlecroft Rynmark Version 8.4.1 ";
@@ -65,7 +66,7 @@ int32_t HdrReplyTo(Channel& ch, uint32_t)
 int32_t HdrMessageId(Channel& ch, uint32_t now)
 {
     FormatMessageId(ch, ch.CommandBuffer);
-    ch.DeadlineTick = now + ReplyTimeout;
+    ch.DeadlineTick = TickAfter(now, ReplyTimeout);
     return SendAndGo(ch, true, ch.CommandBuffer, ST_HDR_SUBJECT);
 }
 

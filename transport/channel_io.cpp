@@ -3,6 +3,7 @@
 
 #include "codec/text.h"
 #include "frame/channel.h"
+#include "frame/ticks.h"
 #include "platform/platform.h"
 #include "transport/vsock.h"
 #include "transport/vstream.h"
@@ -20,10 +21,10 @@ int32_t ChannelConnected(Channel& ch, uint32_t ms)
 {
     if (ch.TargetMode != 0)
         return TargetAnswer;
-    const uint32_t deadline = osTickCount() + ms;
+    const uint32_t deadline = TickAfter(osTickCount(), ms);
     for (;;) {
         const int32_t isConnected = vsIsConnected(ch.VSock);
-        if (isConnected != 0 || osTickCount() >= deadline)
+        if (isConnected != 0 || TickReached(osTickCount(), deadline))
             return isConnected;
         osSleep(1);
     }

@@ -4,6 +4,7 @@
 #include "codec/text.h"
 #include "frame/channel.h"
 #include "frame/settings.h"
+#include "frame/ticks.h"
 #include "platform/platform.h"
 #include "transport/channel_io.h"
 
@@ -32,12 +33,12 @@ static bool EndsReply(const char* line)
 int32_t ReadSmtpReply(Channel& ch)
 {
     constexpr uint32_t EmptyPause = 10;
-    const uint32_t deadline = osTickCount() + PollDelay + ReplyTimeout;
+    const uint32_t deadline = TickAfter(osTickCount(), PollDelay + ReplyTimeout);
     char* cursor = ch.ReplyBuffer;
     int32_t capacity = ReplyReadCapacity;
     ch.ReplyCode = 0;
     ch.LastReply[0] = 0;
-    while (osTickCount() < deadline) {
+    while (!TickReached(osTickCount(), deadline)) {
         const int32_t count = ReadServerLine(ch, cursor, capacity, 0, ReplyTimeout);
         if (count == RYN_ERR_SOCK_CLOSED)
             return 0;
@@ -65,17 +66,32 @@ int32_t ReadSmtpReply(Channel& ch)
     return 0;
 }
 
+// Reads pieces of lines until a last line of the reply has ended: false when the time is over or the
+// server has gone.
+static bool DropLine(Channel& ch, uint32_t deadline, bool& isLastOut)
+{
+    char piece[ReplyReadCapacity];
+    char head[CodeDigits + 2] = ""; // code and separator, in whatever pieces they come
+    for (;;) {
+        const uint32_t now = osTickCount();
+        if (TickReached(now, deadline))
+            return false;
+        const int32_t count = ReadServerLine(ch, piece, sizeof piece, deadline - now, 0);
+        if (count < 1)
+            return false;
+        AppendText(head, piece, sizeof head - 1);
+        if (piece[count - 1] == '\n') {
+            isLastOut = EndsReply(head);
+            return true;
+        }
+    }
+}
+
 void DropRefusalRest(Channel& ch)
 {
-    const uint32_t deadline = osTickCount() + ReplyTimeout;
-    char line[ReplyReadCapacity];
-    while (ch.RefusalIsOpen != 0) {
-        const uint32_t now = osTickCount();
-        if (now >= deadline)
-            break;
-        const uint32_t left = deadline - now;
-        if (ReadServerLine(ch, line, sizeof line, left, left) < 1 || EndsReply(line))
-            break;
+    const uint32_t deadline = TickAfter(osTickCount(), ReplyTimeout);
+    bool isLast = false;
+    while (!isLast && DropLine(ch, deadline, isLast)) {
     }
     ch.RefusalIsOpen = 0;
 }

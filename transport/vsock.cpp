@@ -3,8 +3,10 @@
 
 #include "codec/text.h"
 #include "frame/settings.h"
+#include "frame/ticks.h"
 #include "platform/platform.h"
 #include "transport/vfile.h"
+#include "transport/vstream.h"
 
 #include <cstdarg>
 #include <cstdio>
@@ -33,7 +35,7 @@ static bool HasFile(const VSockRecord& record)
 int32_t vsInit(uint32_t count, uint32_t pollDelay)
 {
     vSockCount = count < RYN_MAX_CHANNELS ? count : RYN_MAX_CHANNELS;
-    memset(vSockTable, 0, sizeof vSockTable);
+    memset(vSockTable, 0, vSockCount * sizeof vSockTable[0]);
     for (uint32_t i = 0; i < vSockCount; i++) {
         vSockTable[i].Number = static_cast<int32_t>(i);
         vSockTable[i].PollDelay = pollDelay;
@@ -140,10 +142,18 @@ static bool ClaimRecord(VSockRecord& record)
 {
     osLockEnter(OS_LOCK_SOCKETS);
     const bool isFree = record.Socket == SOCKET_FREE || HasFile(record);
-    if (isFree)
+    if (isFree) {
         record.Socket = SOCKET_CLAIMED;
+        record.InUse = 0;
+    }
     osLockLeave(OS_LOCK_SOCKETS);
     return isFree;
+}
+
+static void ForgetLooks(VSockRecord& record)
+{
+    record.KnownWritable = record.KnownReadable = record.KnownSilent = 0;
+    record.HasFailed = 0;
 }
 
 // What the last user left behind must not reach the next: the ring, what polls told, and the log,
@@ -151,9 +161,12 @@ static bool ClaimRecord(VSockRecord& record)
 static void ForgetLastUse(VSockRecord& record)
 {
     record.RingHead = record.RingTail = 0;
-    record.KnownWritable = record.KnownReadable = record.KnownSilent = 0;
+    ForgetLooks(record);
     record.NonBlocking = 0;
     record.LogHandle = 0;
+    record.Gathers = 0;
+    record.SendFailure = 0;
+    record.GatheredBytes = 0;
 }
 
 int32_t vsCreate(uint32_t localIP)
@@ -229,6 +242,7 @@ int32_t vsConnect(int32_t vs, const char* name, uint16_t port)
     vsSetHost(vs, name); // a lookup that fails leaves the address of the last one
     vsLogFormat(*record, "Socket=%d, RemoteIP=%x, RemotePort=%d\r\n", record->Socket,
                 record->RemoteIP, port);
+    ForgetLooks(*record); // an unconnected socket looks writable
     const int32_t status = osSocketConnect(record->Socket, record->RemoteIP, port);
     vsLogFormat(*record, "connect(%d) returns %d\r\n", record->Socket, status < 0 ? -1 : 0);
     return status < 0 && status != RYN_WSAEWOULDBLOCK ? status : VS_OK;
@@ -269,24 +283,36 @@ int32_t vsSelect(int32_t vs, int32_t kind)
         return 1;
     if (!HasSocket(*record))
         return 0;
+    if (kind == VS_WAIT_WRITE && record->GatheredBytes > 0)
+        return 1; // there is room: a full buffer is sent at once
     switch (kind) {
     case VS_WAIT_READ:
         return record->KnownReadable != 0 || (Look(*record) & OS_POLL_READ) != 0 ? 1 : 0;
     case VS_WAIT_WRITE:
         return record->KnownWritable != 0 || (Look(*record) & OS_POLL_WRITE) != 0 ? 1 : 0;
     case VS_WAIT_EXCEPT:
-        return (Look(*record) & OS_POLL_EXCEPT) != 0 ? 1 : 0;
+        return record->HasFailed != 0 || (Look(*record) & OS_POLL_EXCEPT) != 0 ? 1 : 0;
     default:
         return VS_ERR_BAD_WAIT_KIND;
     }
 }
 
-// True if a readable socket has no byte to read but the peer's farewell, or an error.
-static bool HasGone(const VSockRecord& record)
+// True if a readable socket has no byte to read but the peer's farewell, or an error. The system
+// tells an error once, so it is kept.
+static bool HasGone(VSockRecord& record)
 {
     char byte = 0;
     const int32_t result = osSocketPeek(record.Socket, &byte, 1);
-    return result < 1 && result != RYN_WSAEWOULDBLOCK;
+    if (result >= 1 || result == RYN_WSAEWOULDBLOCK)
+        return false;
+    record.HasFailed = static_cast<uint8_t>(result < 0);
+    return true;
+}
+
+void vsForgetSilence(int32_t vs)
+{
+    if (VSockRecord* record = vsRecord(vs); record != nullptr)
+        record->KnownSilent = 0;
 }
 
 int32_t vsIsConnected(int32_t vs)
@@ -298,6 +324,7 @@ int32_t vsIsConnected(int32_t vs)
         return 1;
     if (!HasSocket(*record))
         return 0; // a file that is read is no connection
+    vsFlush(vs);
     const int32_t answers = Look(*record);
     if ((answers & OS_POLL_WRITE) == 0)
         return 0;
@@ -310,11 +337,11 @@ int32_t vsIsConnected(int32_t vs)
 int32_t vsWaitConnected(int32_t vs, uint32_t ms)
 {
     constexpr uint32_t Pause = 50;
-    const uint32_t deadline = osTickCount() + ms;
+    const uint32_t deadline = TickAfter(osTickCount(), ms);
     for (;;) {
         if (const int32_t isConnected = vsIsConnected(vs); isConnected != 0)
             return isConnected;
-        if (osTickCount() > deadline)
+        if (TickReached(osTickCount(), deadline + 1))
             return 0;
         osSleep(Pause);
     }
@@ -329,8 +356,9 @@ int32_t vsClose(int32_t vs)
         return RYN_ERR_NO_SUCH_VSOCK;
     if (record->InUse == 0)
         return VS_ERR_NOT_OPEN;
-    if (record->Socket == SOCKET_FREE)
+    if (!HasSocket(*record))
         return VS_OK;
+    vsFlush(vs);
     const int32_t status = osSocketClose(record->Socket);
     osSleep(ClosePause);
     if (status >= 0)

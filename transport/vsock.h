@@ -36,6 +36,8 @@ constexpr size_t HostNameCapacity = 256;
 constexpr int32_t SOCKET_FREE = 0;
 constexpr int32_t SOCKET_CLAIMED = 1; // record taken, for a file or for a socket about to be made
 
+constexpr int32_t GatherCapacity = 65536; // bytes that wait to be sent together
+
 struct VSockRecord {
     int32_t Number;
     int32_t SourceFile; // virtual file that is read in the place of a peer; 0 = none
@@ -48,6 +50,10 @@ struct VSockRecord {
     uint8_t KnownWritable; // 1 = found writable, and nothing was sent since
     uint8_t KnownReadable; // 1 = found readable, and nothing was received since
     uint8_t KnownSilent;   // 1 = the last look, with nothing sent since, found nothing to read
+    uint8_t HasFailed;     // 1 = a look has met the error of a failed connect or a reset
+    uint8_t Gathers;       // 1 = writes are gathered; set while the library drives by itself
+    int32_t SendFailure;   // status of a send of gathered bytes that failed; 0 = none
+    int32_t GatheredBytes; // in Gathered
     int32_t LogHandle;     // of the session log, not owned; 0 = no log
     uint32_t PollDelay;    // ms between two looks at a silent socket
     uint32_t WriteWait;    // ms that a write may wait for the socket to be usable
@@ -57,6 +63,7 @@ struct VSockRecord {
     uint16_t LocalPort;
     char HostName[HostNameCapacity]; // 255 chars
     char Ring[RingCapacity + 1];     // received bytes, zeros turned to blanks
+    char Gathered[GatherCapacity];
 };
 
 // Readies count records, 65 at most, and the network: VS_OK or a negated Winsock number.
@@ -90,6 +97,10 @@ int32_t vsSelect(int32_t vs, int32_t kind);
 // 1 if the connection can be used: it takes data, and the peer has not closed, or unread data is
 // left. Turns the socket to blocking mode when it is.
 int32_t vsIsConnected(int32_t vs);
+
+// Lets the next write ask the system again whether the peer is still there: what an earlier look has
+// told of that ages.
+void vsForgetSilence(int32_t vs);
 
 // vsIsConnected, tried for some ms: 1 or 0.
 int32_t vsWaitConnected(int32_t vs, uint32_t ms);

@@ -3,6 +3,7 @@
 
 #include "codec/text.h"
 #include "frame/settings.h"
+#include "frame/ticks.h"
 #include "platform/platform.h"
 #include "transport/vfile.h"
 #include "transport/vsock.h"
@@ -189,6 +190,7 @@ int32_t vsWaitData(int32_t vs, uint32_t ms)
     const VSockRecord* record = vsRecord(vs);
     if (record == nullptr)
         return RYN_ERR_NO_SUCH_VSOCK;
+    vsFlush(vs);
     if (BytesHeld(*record) > 0 || record->SourceFile != 0)
         return 1;
     uint32_t deadline = 0;
@@ -196,9 +198,9 @@ int32_t vsWaitData(int32_t vs, uint32_t ms)
     while (vsSelect(vs, VS_WAIT_READ) == 0) {
         const uint32_t now = osTickCount();
         if (!isWaiting)
-            deadline = now + ms;
+            deadline = TickAfter(now, ms);
         isWaiting = true;
-        if (now >= deadline)
+        if (TickReached(now, deadline))
             return 0;
         osSleep(record->PollDelay);
     }
@@ -208,12 +210,16 @@ int32_t vsWaitData(int32_t vs, uint32_t ms)
 int32_t vsDrain(int32_t vs)
 {
     constexpr int32_t DrainBytes = 255;
+    constexpr int32_t MostDrained = 65536; // a peer that never stops is not waited for
     char scratch[DrainBytes + 1];
     if (vsRecord(vs) == nullptr)
         return RYN_ERR_NO_SUCH_VSOCK;
-    while (vsWaitData(vs, 0) != 0)
-        if (vsRead(vs, scratch, DrainBytes) < 1)
+    for (int32_t drained = 0; drained < MostDrained && vsWaitData(vs, 0) != 0;) {
+        const int32_t count = vsRead(vs, scratch, DrainBytes);
+        if (count < 1)
             break;
+        drained += count;
+    }
     return VS_OK;
 }
 
@@ -239,6 +245,57 @@ static int32_t SendSome(VSockRecord& record, const char* bytes, int32_t count)
     return osSocketSend(record.Socket, bytes, count, DataTimeout);
 }
 
+int32_t vsFlush(int32_t vs)
+{
+    VSockRecord* record = vsRecord(vs);
+    if (record == nullptr)
+        return RYN_ERR_NO_SUCH_VSOCK;
+    const int32_t count = record->GatheredBytes;
+    record->GatheredBytes = 0;
+    for (int32_t sent = 0; sent < count && record->SendFailure == 0;) {
+        const int32_t taken = SendSome(*record, record->Gathered + sent, count - sent);
+        if (taken < 1) // what was sent of it can't be taken back
+            record->SendFailure = taken < 0 ? taken : RYN_WSAEINVAL;
+        sent += taken;
+    }
+    return record->SendFailure == 0 ? VS_OK : record->SendFailure;
+}
+
+int32_t vsSendFailure(int32_t vs)
+{
+    const VSockRecord* record = vsRecord(vs);
+    return record == nullptr ? 0 : record->SendFailure;
+}
+
+int32_t vsSetGather(int32_t vs, bool gathers)
+{
+    VSockRecord* record = vsRecord(vs);
+    if (record == nullptr)
+        return RYN_ERR_NO_SUCH_VSOCK;
+    record->Gathers = gathers ? 1 : 0;
+    return gathers ? VS_OK : vsFlush(vs);
+}
+
+// Only a log must know at once what has gone out, and only a socket is slow.
+static bool MayGather(const VSockRecord& record, int32_t count)
+{
+    return record.Gathers != 0 && record.LogHandle == 0 && record.TargetFile == 0 &&
+           count <= GatherCapacity;
+}
+
+// Adds bytes to those that wait; the connection is tested when the first of them come.
+static int32_t Gather(VSockRecord& record, const char* bytes, int32_t count)
+{
+    if (count > GatherCapacity - record.GatheredBytes)
+        if (const int32_t status = vsFlush(record.Number); status < 0)
+            return status;
+    if (record.GatheredBytes == 0 && !IsUsable(record))
+        return RYN_ERR_SOCK_CLOSED;
+    memcpy(record.Gathered + record.GatheredBytes, bytes, static_cast<size_t>(count));
+    record.GatheredBytes += count;
+    return count;
+}
+
 // The text as the log shows it: stars from maskStart up to the line end.
 static void LogMasked(const VSockRecord& record, const char* text, int32_t maskStart)
 {
@@ -261,6 +318,10 @@ int32_t vsWrite(int32_t vs, const char* bytes, int32_t count, int32_t maskStart)
         return RYN_ERR_NO_SUCH_VSOCK;
     if (count < 1)
         return VS_ERR_BAD_LENGTH;
+    if (MayGather(*record, count) && record->SendFailure == 0)
+        return Gather(*record, bytes, count);
+    if (const int32_t status = vsFlush(vs); status < 0)
+        return status;
     if (!IsUsable(*record))
         return RYN_ERR_SOCK_CLOSED;
     for (int32_t sent = 0; sent < count;) {

@@ -43,6 +43,13 @@ int32_t vsDrain(int32_t vs);
 int32_t vsWrite(int32_t vs, const char* bytes, int32_t count, int32_t maskStart);
 int32_t vsWriteText(int32_t vs, const char* text);
 
+// While a record gathers, writes without a log wait beneath the socket, up to GatherCapacity bytes;
+// a read, a look for data, a close and vsFlush send them. A flush that fails is told by every later
+// write, and by vsFlush: VS_OK or its status.
+int32_t vsSetGather(int32_t vs, bool gathers);
+int32_t vsFlush(int32_t vs);
+int32_t vsSendFailure(int32_t vs); // 0, or what a flush has met on this connection
+
 // Sends a text and CR LF, in one block up to 511 chars, in two from there on: bytes sent.
 int32_t vsWriteLine(int32_t vs, const char* text);
 

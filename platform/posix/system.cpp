@@ -4,7 +4,9 @@
 
 #include <cerrno>
 #include <climits>
+#include <csignal>
 #include <cstring>
+#include <poll.h>
 #include <pthread.h>
 #include <unistd.h>
 
@@ -69,6 +71,28 @@ int32_t osErrorText(int32_t error, char* text, size_t capacity)
     return static_cast<int32_t>(length);
 }
 
+// Writes without waiting and without a signal, whatever standard error is: a pipe that is full or
+// that nobody reads any more loses the line.
+static void WriteNow(const char* line, size_t length)
+{
+    pollfd query = { STDERR_FILENO, POLLOUT, 0 };
+    if (poll(&query, 1, 0) < 1 || (query.revents & POLLOUT) == 0 || (query.revents & POLLERR) != 0)
+        return;
+    sigset_t pipeSignal;
+    sigset_t before;
+    sigset_t pending;
+    sigemptyset(&pipeSignal);
+    sigaddset(&pipeSignal, SIGPIPE);
+    sigpending(&pending);
+    pthread_sigmask(SIG_BLOCK, &pipeSignal, &before);
+    while (write(STDERR_FILENO, line, length) < 0 && errno == EINTR) {
+    }
+    const timespec atOnce = {};
+    if (sigismember(&pending, SIGPIPE) == 0) // take back the one that this write has raised
+        sigtimedwait(&pipeSignal, nullptr, &atOnce);
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+}
+
 void osNotice(const char* text)
 {
     char line[NoticeCapacity] = "Info: ";
@@ -78,8 +102,7 @@ void osNotice(const char* text)
         line[length++] = static_cast<unsigned char>(*text) < ' ' || *text == 0x7F ? ' ' : *text;
     line[length++] = '\n';
     // One call, so that lines of several threads or processes don't mix.
-    while (write(STDERR_FILENO, line, length) < 0 && errno == EINTR) {
-    }
+    WriteNow(line, length);
 }
 
 void BreakDownTime(time_t moment, OsLocalTime& timeOut)

@@ -89,7 +89,7 @@ TEST_F(VFileTest, NameTellsTheMemoryFile)
     for (const auto& row : rows) {
         SCOPED_TRACE(row.Name);
         for (int i = 0; i < MemoryFileCount; ++i)
-            SetMemoryFile(i, "01234567" + i, 1);
+            SetMemoryFile(i, &"01234567"[i], 1);
         int32_t handle = 0;
         const string notices = Notices([&] { handle = u_Open(row.Name, 0, false); });
         if (row.Index < 0) {

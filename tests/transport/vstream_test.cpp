@@ -370,6 +370,20 @@ TEST_F(VStreamTest, SecretsAreStarsInTheLogAndWholeOnTheWire)
     }
 }
 
+TEST_F(VStreamTest, EachSendAsksTheSocketAnew)
+{
+    VirtualSetWindows(6, 64 * 1024);
+    EXPECT_EQ(vsWriteLine(0, "NOOP"), 6);
+    EXPECT_EQ(vsSelect(0, VS_WAIT_WRITE), 0); // the window is full
+    VirtualTake(Link);
+    EXPECT_EQ(vsSelect(0, VS_WAIT_WRITE), 1);
+    EXPECT_EQ(vsWriteLine(0, "QUIT"), 6);
+    VirtualTake(Link);
+    VirtualClose(Link);
+    EXPECT_EQ(vsWriteLine(0, "more"), RYN_ERR_SOCK_CLOSED);
+    EXPECT_EQ(VirtualTake(Link), "");
+}
+
 TEST_F(VStreamTest, TargetFilesTakeWhatIsSent)
 {
     vsClose(0);
