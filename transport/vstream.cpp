@@ -167,6 +167,12 @@ int32_t vsGetChunk(int32_t vs, char* buffer, int32_t capacity)
     return vsRead(vs, buffer, lineFeed == nullptr ? ready : static_cast<int32_t>(line));
 }
 
+static uint32_t TimeLeft(uint32_t deadline)
+{
+    const uint32_t now = osTickCount();
+    return TickReached(now, deadline) ? 0 : deadline - now;
+}
+
 int32_t vsReadLine(int32_t vs, char* buffer, int32_t capacity, uint32_t firstWait,
                    uint32_t nextWait)
 {
@@ -176,7 +182,9 @@ int32_t vsReadLine(int32_t vs, char* buffer, int32_t capacity, uint32_t firstWai
     int32_t count = vsGetChunk(vs, buffer, capacity);
     if (count < 1)
         return count;
-    while (count < capacity - 1 && buffer[count - 1] != '\n' && vsWaitData(vs, nextWait) != 0) {
+    const uint32_t deadline = TickAfter(osTickCount(), nextWait); // a slow drip must not renew it
+    while (count < capacity - 1 && buffer[count - 1] != '\n' &&
+           vsWaitData(vs, TimeLeft(deadline)) != 0) {
         const int32_t more = vsGetChunk(vs, buffer + count, capacity - count);
         if (more < 1)
             return more;

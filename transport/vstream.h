@@ -26,7 +26,7 @@ int32_t vsRead(int32_t vs, char* buffer, int32_t count);
 // behind: bytes taken, 0 = nothing yet, RYN_ERR_SOCK_CLOSED.
 int32_t vsGetChunk(int32_t vs, char* buffer, int32_t capacity);
 
-// Takes a line: waits up to firstWait ms for its beginning and nextWait ms for each further piece.
+// Takes a line: waits up to firstWait ms for its beginning and nextWait ms for all that follows.
 // A line that does not end in time or does not fit is delivered as far as it came; 0 = time over.
 int32_t vsReadLine(int32_t vs, char* buffer, int32_t capacity, uint32_t firstWait,
                    uint32_t nextWait);
