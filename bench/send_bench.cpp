@@ -1,4 +1,5 @@
 // What sending costs: a driver step of an idle channel, a line of a long text, a small message.
+#include "bench/curl_upload.h"
 #include "bench/drain_peer.h"
 #include "include/ryn32.h"
 
@@ -79,6 +80,50 @@ static void TextFromFile(benchmark::State& state)
     Disconnect();
 }
 BENCHMARK(TextFromFile)->Unit(benchmark::kMillisecond)->Iterations(3);
+
+// One attachment of 64 MiB, by the library and by libcurl.
+static void Attachment(benchmark::State& state)
+{
+    Connect();
+    for (auto _ : state)
+        Require(
+            rynSendEmail(0, "<b@y.example>", nullptr, nullptr, "bench", "text", TextFile.c_str()),
+            "send");
+    state.SetBytesProcessed(TextBytes * state.iterations());
+    Disconnect();
+}
+BENCHMARK(Attachment)->Unit(benchmark::kMillisecond)->Iterations(3);
+
+static void AttachmentByCurl(benchmark::State& state)
+{
+    for (auto _ : state)
+        if (!CurlSendAttachment(Peer.Port, TextFile.c_str()))
+            state.SkipWithError("libcurl failed");
+    state.SetBytesProcessed(TextBytes * state.iterations());
+}
+BENCHMARK(AttachmentByCurl)->Unit(benchmark::kMillisecond)->Iterations(3);
+
+static void EncodeBase64(benchmark::State& state)
+{
+    const std::string source(57 * 1024, 'x');
+    std::string target(78 * 1024 + 1, 0);
+    for (auto _ : state)
+        benchmark::DoNotOptimize(rynEncodeBuffer(source.data(), target.data(), 57 * 1024));
+    state.SetBytesProcessed(state.iterations() * 57 * 1024);
+}
+BENCHMARK(EncodeBase64);
+
+static void DecodeBase64(benchmark::State& state)
+{
+    const std::string bytes(57 * 1024, 'x');
+    std::string text(78 * 1024 + 1, 0);
+    std::string target(60 * 1024, 0);
+    const int32_t length = rynEncodeBuffer(bytes.data(), text.data(), 57 * 1024);
+    for (auto _ : state)
+        benchmark::DoNotOptimize(rynDecodeBuffer(text.data(), target.data(), length));
+    state.SetBytesProcessed(state.iterations() * 57 * 1024);
+}
+BENCHMARK(DecodeBase64);
 
 // The second that the library waits for the verdict on a message is part of the wall time.
 static void SmallMessage(benchmark::State& state)
