@@ -16,6 +16,9 @@
 constexpr uint32_t WaitPerChannel = 2000; // ms that each channel adds to the waits
 constexpr int32_t Attached = 999;
 
+static_assert(sizeof(Channel) + sizeof(VSockRecord) < size_t{ 300 } * 1024,
+              "a channel is to be small");
+
 // --- attach and release ---
 
 static void FormVersionText()

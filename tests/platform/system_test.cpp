@@ -316,3 +316,31 @@ TEST(Lock, KeepsThreadsApartAndEachLockFromTheOthers)
     for (int lock = 0; lock < OS_LOCK_COUNT; lock++)
         osLockLeave(static_cast<OsLock>(lock));
 }
+
+TEST(System, ANoticeNeitherWaitsNorKills)
+{
+    for (const bool isRead : { true, false }) { // a pipe that nobody empties, and one that is gone
+        SCOPED_TRACE(isRead);
+        int ends[2];
+        ASSERT_EQ(pipe(ends), 0);
+        const pid_t child = fork();
+        if (child == 0) {
+            alarm(20);
+            dup2(ends[1], STDERR_FILENO);
+            close(ends[1]);
+            if (!isRead)
+                close(ends[0]);
+            for (int i = 0; i < 2000; i++)
+                osNotice("a line that a full pipe loses, of some length, so that it is full soon");
+            _exit(7);
+        }
+        close(ends[1]);
+        if (!isRead)
+            close(ends[0]);
+        int status = 0;
+        waitpid(child, &status, 0);
+        EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 7) << status;
+        if (isRead)
+            close(ends[0]);
+    }
+}
