@@ -2,7 +2,6 @@
 // what they do at a bound, and their callers count on it.
 #include "codec/text.h"
 
-#include <cstdarg>
 #include <cstdio>
 #include <cstring>
 
@@ -137,13 +136,19 @@ void CutAtLineEnd(char* text)
 
 int32_t FormatText(char* target, size_t capacity, const char* format, ...)
 {
+    va_list arguments;
+    va_start(arguments, format);
+    const int32_t length = FormatTextV(target, capacity, format, arguments);
+    va_end(arguments);
+    return length;
+}
+
+int32_t FormatTextV(char* target, size_t capacity, const char* format, va_list arguments)
+{
     const size_t room = capacity < FormatCapacity ? capacity : FormatCapacity;
     if (room == 0)
         return 0;
-    va_list arguments;
-    va_start(arguments, format);
     const int length = vsnprintf(target, room, format, arguments);
-    va_end(arguments);
     if (length < 0) { // the text can't be formed at all
         target[0] = 0;
         return 0;

@@ -2,6 +2,7 @@
 // bytes, none allocates, and each is bounded by the capacity that it is given.
 #pragma once
 
+#include <cstdarg>
 #include <cstddef>
 #include <cstdint>
 
@@ -62,6 +63,9 @@ void CutAtLineEnd(char* text);
 // Formats by printf's rules, cut to the capacity and to 1023 chars; returns the length.
 int32_t FormatText(char* target, size_t capacity, const char* format, ...)
     __attribute__((format(printf, 3, 4)));
+
+int32_t FormatTextV(char* target, size_t capacity, const char* format, va_list arguments)
+    __attribute__((format(printf, 3, 0)));
 
 // The most bytes a formatted line takes, its terminating zero included.
 constexpr size_t FormatCapacity = 1024;

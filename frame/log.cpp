@@ -8,9 +8,6 @@
 #include "transport/vfile.h"
 #include "transport/vsock.h"
 
-#include <cstdarg>
-#include <cstdio>
-
 static std::atomic<int32_t> GlobalLogHandle = 0;
 
 static void WriteText(int32_t handle, const char* text)
@@ -44,10 +41,9 @@ void LogFormat(const Channel& ch, const char* format, ...)
     char line[FormatCapacity];
     va_list arguments;
     va_start(arguments, format);
-    const int length = vsnprintf(line, sizeof line, format, arguments);
+    FormatTextV(line, sizeof line, format, arguments);
     va_end(arguments);
-    if (length > 0)
-        WriteText(ch.LogHandle, line);
+    WriteText(ch.LogHandle, line);
 }
 
 void LogWindowsError(const Channel& ch)

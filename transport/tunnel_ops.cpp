@@ -10,8 +10,6 @@
 #include "transport/process_ops.h"
 #include "transport/vfile.h"
 
-#include <cstdarg>
-#include <cstdio>
 #include <cstring>
 
 constexpr int32_t PathChars = 255;
@@ -180,10 +178,9 @@ static bool WriteConfigLine(int32_t file, const char* format, ...)
     char line[FormatCapacity];
     va_list arguments;
     va_start(arguments, format);
-    const int length = vsnprintf(line, sizeof line, format, arguments);
+    const int32_t length = FormatTextV(line, sizeof line, format, arguments);
     va_end(arguments);
-    return length > 0 && length < static_cast<int>(sizeof line) &&
-           u_Write(file, line, length) == length;
+    return u_Write(file, line, length) == length;
 }
 
 // What stands in front of the service.

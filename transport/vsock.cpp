@@ -8,8 +8,6 @@
 #include "transport/vfile.h"
 #include "transport/vstream.h"
 
-#include <cstdarg>
-#include <cstdio>
 #include <cstring>
 
 constexpr uint32_t ClosePause = 500; // ms that a close leaves the system to deliver
@@ -509,8 +507,7 @@ void vsLogFormat(const VSockRecord& record, const char* format, ...)
     char line[FormatCapacity];
     va_list arguments;
     va_start(arguments, format);
-    const int length = vsnprintf(line, sizeof line, format, arguments);
+    FormatTextV(line, sizeof line, format, arguments);
     va_end(arguments);
-    if (length > 0)
-        vsLog(record.Number, line);
+    vsLog(record.Number, line);
 }
