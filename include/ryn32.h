@@ -25,7 +25,9 @@
  * rynAttach and rynRelease are called while no other call is under way.
  *
  * Safety. Addresses, commands and header texts go out as given: a host that takes them from
- * outside runs rynVerifyFormat on addresses and removes line ends first.
+ * outside runs rynVerifyFormat on addresses and removes line ends first. In lists of files the
+ * delimiters (';' '|' '*' from the start) and '"' have a meaning of their own: a name from outside must
+ * hold none of them, or others are chosen by rynIntegerParam.
  */
 #ifndef RYN32_H
 #define RYN32_H
@@ -205,7 +207,7 @@ extern "C" {
 #define RYN_IMAP_PARTIAL               41   /* process [0]: fetch IMAP mail in parts */
 #define RYN_FILENAME_PAGE_CODE         42   /* channel [0]: page code (see rynMakeSubject) for the names of attachments; 15 also opens the file by its UTF-8 name */
 #define RYN_SHOW_SECRETS               43   /* process [0]: show passwords in the log; the part that concerns sent lines works only while the channel has no socket */
-#define RYN_QUOTE_ATTACHMENTS          60   /* channel [0]: 0 Base64; 1 quoted-printable, inline; other quoted-printable */
+#define RYN_QUOTE_ATTACHMENTS          60   /* channel [0]: attachments in 0 Base64; 1 quoted-printable, inline; other quoted-printable. Not 0, it quotes the message text too, and zero bytes of a file end its lines */
 #define RYN_AUTH_METHODS               62   /* channel [7]: sum of 1 CRAM-MD5, 2 LOGIN, 4 PLAIN, 8 XOAUTH2 */
 #define RYN_MAILER_HEADER              64   /* channel [1]: odd: an X-Mailer line; even: an X-Mail-Agent line */
 #define RYN_COMMAS_IN_ADDRESS_HEADERS  67   /* process [1]: commas instead of the delimiter in To and CC lines */
@@ -518,7 +520,8 @@ RYN_API int32_t rynKillProgram(int32_t entry, int32_t exitCode);
  *                empty: an empty text
  *   attachments  files: entries separated by RYN_ATTACH_DELIMITER, each a path, or a path,
  *                RYN_NAME_SEPARATOR and the name to show; null or empty: none. A path that ends in '*'
- *                and a digit is memory of rynSetFileBuffer. The type follows the name's end: .pdf,
+ *                and a digit is memory of rynSetFileBuffer. Without a name of its own an entry shows
+ *                its path from behind the last '\' or ':' on; '/' is no separator there. The type follows the name's end: .pdf,
  *                .wav, .gif, .bmp, .tif, .jpg, .png, else application/octet-stream
  * Returns  0: the server has taken the message, or (with RYN_IGNORE_RCPT_REFUSAL) refused all
  *          recipients: RYN_STAT_ACCEPTED_RECIPIENTS tells. Manual: 0 when the work has begun
@@ -571,7 +574,7 @@ RYN_API int32_t rynForwardEmail(uint32_t channel, const char *to, const char *cc
  * for the n-th entry of every send, inline images first; further entries get the usual lines.
  *   contentType  whole line, as "Content-Type: text/csv"; null forgets all sets
  *   transferEncoding, disposition, extraLine  whole lines; null or empty: the usual one, or none
- * Returns  1; 0: four sets are taken, or the lines of one kind would exceed 512 bytes together
+ * Returns  1; 0: four sets are taken (rynAttach forgets them), or the lines of one kind would exceed 512 bytes together
  * Note     sets the lines only: the content still goes out as RYN_QUOTE_ATTACHMENTS says */
 RYN_API int32_t rynAttachmentParams(const char *contentType, const char *transferEncoding,
                                     const char *disposition, const char *extraLine);

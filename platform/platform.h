@@ -71,7 +71,8 @@ void osLockLeave(OsLock lock);
 // number, negated. Paths take '\' for the separator of folders ('/' works too where the system
 // has it). Reads and writes block as the system's do and go on after a signal.
 
-// Opens an existing file for reading, shared with other readers; folders are refused.
+// Opens an existing file for reading, shared with other readers; folders, pipes and devices are
+// refused.
 int32_t osFileOpen(const char* path);
 
 // Makes an empty file for writing, or empties an old one. A file that a handle holds for writing,

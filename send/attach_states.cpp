@@ -15,8 +15,6 @@
 
 #include <cstring>
 
-constexpr int32_t ShownNameChars = 255; // of an encoded name; others are bounded by their line
-
 // The line of the set that is in force for the entry in hand; null if there is none.
 static const char* ParamInForce(const Channel& ch, AttachParamKind kind)
 {
@@ -49,18 +47,20 @@ static void SplitAttachEntry(Channel& ch)
     LogFormat(ch, "$$$ AttachEndPtr = [%s]\r\n", ch.AttachEndPtr);
 }
 
-// The name that the message shows for the entry in hand, encoded if the channel has a page code:
-// 0, or RYN_ERR_NO_SUCH_PAGE_CODE. encoded holds it then.
-static int32_t FindShownName(const Channel& ch, char (&encoded)[ShownNameChars + 1],
-                             const char*& nameOut)
+// The name that the message shows for the entry in hand, up to its first line end and encoded if the
+// channel has a page code: 0, or RYN_ERR_NO_SUCH_PAGE_CODE.
+static int32_t FindShownName(const Channel& ch, char (&nameOut)[FormatCapacity])
 {
-    nameOut = ShownFileName(BaseFileName(ch.AttachBegPtr), AttachNameDelimiter);
+    constexpr int32_t EncodedCapacity = 256; // of an encoded name, with its terminating zero
+    CopyField(nameOut, ShownFileName(BaseFileName(ch.AttachBegPtr), AttachNameDelimiter));
+    CutAtLineEnd(nameOut); // else a name could bring header lines, or end the message
     if (ch.FilenamePageCode == 0)
         return 0;
+    char encoded[EncodedCapacity];
     if (rynMakeSubject(nameOut, ch.FilenamePageCode, encoded, sizeof encoded) < 0)
         return RYN_ERR_NO_SUCH_PAGE_CODE;
     LogFormat(ch, "QuoteFilename: Ptr='%s', PtrQ='%s'\r\n", nameOut, encoded);
-    nameOut = encoded;
+    CopyField(nameOut, encoded);
     return 0;
 }
 
@@ -159,9 +159,8 @@ static void FormatType(Channel& ch, const char* shownName)
 int32_t AttContentType(Channel& ch, uint32_t)
 {
     SplitAttachEntry(ch);
-    char encoded[ShownNameChars + 1];
-    const char* shownName = nullptr;
-    if (const int32_t status = FindShownName(ch, encoded, shownName); status < 0)
+    char shownName[FormatCapacity];
+    if (const int32_t status = FindShownName(ch, shownName); status < 0)
         return FailState(ch, status, RYN_ERR_NO_SUCH_PAGE_CODE);
     ch.IsImage = 0;
     const char* given = ParamInForce(ch, ATTACH_TYPE);
@@ -202,9 +201,8 @@ int32_t AttDisposition(Channel& ch, uint32_t now)
 {
     const char* given = ParamInForce(ch, ATTACH_DISPOSITION);
     if (given == nullptr) {
-        char encoded[ShownNameChars + 1];
-        const char* shownName = nullptr;
-        if (const int32_t status = FindShownName(ch, encoded, shownName); status < 0)
+        char shownName[FormatCapacity];
+        if (const int32_t status = FindShownName(ch, shownName); status < 0)
             return FailState(ch, status, RYN_ERR_NO_SUCH_PAGE_CODE);
         FormatDisposition(ch, shownName);
     } else {

@@ -6,6 +6,7 @@
 #include "frame/channel.h"
 #include "frame/log.h"
 #include "frame/settings.h"
+#include "frame/states.h"
 #include "transport/vfile.h"
 #include "transport/vstream.h"
 
@@ -141,7 +142,10 @@ static void AddPlainRun(Channel& ch, LineInHand& line)
 // Takes chars up to the end of a line; returns the last one taken.
 static char TakeLine(Channel& ch, LineInHand& line)
 {
-    const bool isQuoted = KeepRawChars == 0 && (ch.MessageType != 0 || ch.QuoteAttachments != 0);
+    // A forwarded file goes out as it stands, whatever the text in front of it is.
+    const bool isForwardedFile = ch.IsForward != 0 && ch.ThisState == ST_ATT_LINES;
+    const bool isQuoted = KeepRawChars == 0 && !isForwardedFile &&
+                          (ch.MessageType != 0 || ch.QuoteAttachments != 0);
     const bool hasRuns = !isQuoted && ch.QuoteAttachments == 0 && ch.IsForward == 0;
     for (;;) {
         if (hasRuns) {

@@ -82,8 +82,8 @@ static int32_t Prepare(int descriptor, bool forWriting)
         return -errno;
     if (S_ISDIR(info.st_mode))
         return -EISDIR;
-    if (S_ISCHR(info.st_mode))
-        return BecomeBlocking(descriptor);
+    if (S_ISCHR(info.st_mode) && forWriting)
+        return BecomeBlocking(descriptor); // what is read has an end: a device has none
     if (!S_ISREG(info.st_mode))
         return -ENXIO; // what the system says of a FIFO without a reader
     if (const int32_t status = TakeLock(descriptor, forWriting ? LOCK_EX : LOCK_SH); status < 0)
