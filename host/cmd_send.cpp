@@ -1,5 +1,6 @@
 // rynmail send: one message to any number of recipients.
 #include "address.h"
+#include "attachments.h"
 #include "commands.h"
 #include "message_text.h"
 #include "ryn32.h"
@@ -14,6 +15,10 @@ constexpr size_t AlternativeLimit = 16384; // chars that rynSendHTML takes from 
 // Quoted-printable lines hold at most 76 chars (RFC 2045, 6.7); an encoded char and the '=' of a
 // soft line end may come on top of this.
 constexpr uint32_t QuotedLineLength = 74;
+// A forwarded message is folded at blanks from 25 chars before this length on: one whose lines keep
+// to RFC 5322, 2.1.1 is left alone, any other one is cut to that.
+constexpr uint32_t UnfoldedLineLength = 1024;
+constexpr uint32_t LegalLineLength = 998;
 
 enum MessageType : uint32_t { TYPE_PLAIN = 0, TYPE_HTML = 2, TYPE_UTF8 = 15 };
 enum HtmlCharset : uint32_t { HTML_ASCII = 1, HTML_UTF8 = 8 };
@@ -49,6 +54,11 @@ struct Message {
     std::string Subject;
     MessageText Text;
     MessageText Html;
+    std::vector<AttachedFile> Images;
+    std::vector<AttachedFile> Attachments; // or the message to forward, alone
+    bool IsForward;
+    bool IsQuoted; // the text stands in quoted-printable already
+    uint32_t LineLength;
     uint32_t TextType;
     uint32_t HtmlCharset;
 };
@@ -59,12 +69,6 @@ void PrintCharsets()
     int count = 0;
     for (const CharsetRow& row : CharsetTable)
         printf("%s%s", count++ % namesPerLine == 0 ? "\n                         " : " ", row.Name);
-}
-
-static ExitCode WrongUse(const char* what)
-{
-    fprintf(stderr, "rynmail: %s (rynmail --help tells more)\n", what);
-    return EXIT_USAGE;
 }
 
 // --- what is to be sent ---
@@ -95,6 +99,36 @@ static bool TakeTexts(const Options& options, Message& message)
            (!options.HtmlFile || TakeTextFile(options.HtmlFile, message.Html));
 }
 
+static bool TakeForward(const char* typed, Message& message)
+{
+    AttachedFile file;
+    MessageText text = {};
+    if (!TakeMessageFile(typed, file) || !TakeTextFile(typed, text))
+        return false;
+    message.IsForward = true;
+    message.Attachments.push_back(file);
+    message.LineLength =
+        LongestLine(text.Bytes) <= LegalLineLength ? UnfoldedLineLength : LegalLineLength;
+    return true;
+}
+
+static bool TakeFiles(const Options& options, Message& message)
+{
+    for (const char* typed : options.Inline) {
+        AttachedFile file;
+        if (!TakeImage(typed, file))
+            return false;
+        message.Images.push_back(file);
+    }
+    for (const char* typed : options.Attach) {
+        AttachedFile file;
+        if (!TakeFile(typed, file))
+            return false;
+        message.Attachments.push_back(file);
+    }
+    return !options.Forward || TakeForward(options.Forward, message);
+}
+
 static bool EqualNoCase(const char* a, const char* b)
 {
     while (*a && tolower(static_cast<unsigned char>(*a)) == tolower(static_cast<unsigned char>(*b)))
@@ -122,7 +156,8 @@ static ExitCode ChooseCharset(const Options& options, Message& message)
     if ((message.Text.IsGiven && !message.Text.Traits.IsUtf8) ||
         (message.Html.IsGiven && !message.Html.Traits.IsUtf8))
         return WrongUse("a text is no UTF-8: name its charset with --charset");
-    message.TextType = message.Text.Traits.IsPlain ? TYPE_PLAIN : TYPE_UTF8;
+    const bool isPlain = !message.Text.IsGiven || message.Text.Traits.IsPlain;
+    message.TextType = isPlain ? TYPE_PLAIN : TYPE_UTF8;
     message.HtmlCharset = message.Html.Traits.IsPlain ? HTML_ASCII : HTML_UTF8;
     return EXIT_DONE;
 }
@@ -141,14 +176,28 @@ static ExitCode PrepareAlternative(Message& message)
     return EXIT_DONE;
 }
 
+// The library has one line length for a text that it quotes and for the message to forward behind
+// it. That is the second's; the first is quoted here.
+static void PrepareForwardText(Message& message)
+{
+    if (message.TextType == TYPE_PLAIN)
+        return;
+    message.Text.FileName.clear();
+    message.Text.Bytes = WithQuotedLines(message.Text.Bytes);
+    message.IsQuoted = true;
+}
+
 static ExitCode PrepareMessage(const Options& options, Message& message)
 {
+    message.LineLength = QuotedLineLength;
     if (!TakeAddresses(options, message))
         return EXIT_USAGE;
-    if (!TakeTexts(options, message))
+    if (!TakeTexts(options, message) || !TakeFiles(options, message))
         return EXIT_LOCAL_FILE;
     if (const ExitCode outcome = ChooseCharset(options, message); outcome != EXIT_DONE)
         return outcome;
+    if (message.IsForward)
+        PrepareForwardText(message);
     return message.Html.IsGiven && message.Text.IsGiven ? PrepareAlternative(message) : EXIT_DONE;
 }
 
@@ -164,6 +213,31 @@ static std::string ListFrom(const Message& message, size_t start, ListKind kind)
     return list;
 }
 
+static void SetMessageParams(const Message& message, char fileMark)
+{
+    std::vector<AttachedFile> files = message.Images;
+    files.insert(files.end(), message.Attachments.begin(), message.Attachments.end());
+    SetFileParams(files);
+    rynIntegerParam(Channel, RYN_INDIRECTION_CHAR, static_cast<uint8_t>(fileMark));
+    rynIntegerParam(Channel, RYN_MAX_LINE_LENGTH, message.LineLength);
+    rynIntegerParam(Channel, RYN_KEEP_RAW_CHARS, message.IsQuoted ? 1 : 0);
+    rynIntegerParam(Channel, RYN_HTML_CHARSET, message.HtmlCharset);
+    rynIntegerParam(Channel, RYN_MESSAGE_TYPE,
+                    message.Html.IsGiven ? uint32_t{ TYPE_HTML } : message.TextType);
+}
+
+// Bytes that the library reads for the message; it doesn't count a plain alternative.
+static void BeginSending(Session& session, const Message& message)
+{
+    uint64_t total = message.Html.IsGiven ? message.Html.Bytes.size() : message.Text.Bytes.size();
+    for (const std::vector<AttachedFile>& files : { message.Images, message.Attachments })
+        for (const AttachedFile& file : files)
+            total += file.Size;
+    // A forwarded message counts as text and once more as an attachment.
+    BeginStep(session, "sending", total,
+              message.IsForward ? RYN_STAT_MSG_BYTES_IN : RYN_STAT_BYTES_IN);
+}
+
 static int32_t SendFrom(Session& session, const Message& message, size_t start)
 {
     std::string lists[LIST_COUNT];
@@ -176,17 +250,19 @@ static int32_t SendFrom(Session& session, const Message& message, size_t start)
     const char fileMark = PickFileMark(message.Text, message.Html);
     const std::string text = TextArgument(message.Text, fileMark);
     const std::string html = TextArgument(message.Html, fileMark);
+    const std::string images = FileList(message.Images);
+    const std::string files = FileList(message.Attachments);
 
-    rynIntegerParam(Channel, RYN_INDIRECTION_CHAR, static_cast<uint8_t>(fileMark));
-    rynIntegerParam(Channel, RYN_MAX_LINE_LENGTH, QuotedLineLength);
-    rynIntegerParam(Channel, RYN_HTML_CHARSET, message.HtmlCharset);
-    rynIntegerParam(Channel, RYN_MESSAGE_TYPE,
-                    message.Html.IsGiven ? uint32_t{ TYPE_HTML } : message.TextType);
-    BeginStep(session, "sending");
-    const int32_t status =
-        message.Html.IsGiven
-            ? rynSendHTML(Channel, to, cc, bcc, subject, html.c_str(), "", text.c_str(), "")
-            : rynSendEmail(Channel, to, cc, bcc, subject, text.c_str(), "");
+    SetMessageParams(message, fileMark);
+    BeginSending(session, message);
+    int32_t status;
+    if (message.Html.IsGiven)
+        status = rynSendHTML(Channel, to, cc, bcc, subject, html.c_str(), images.c_str(),
+                             text.c_str(), files.c_str());
+    else if (message.IsForward)
+        status = rynForwardEmail(Channel, to, cc, bcc, subject, text.c_str(), files.c_str());
+    else
+        status = rynSendEmail(Channel, to, cc, bcc, subject, text.c_str(), files.c_str());
     return status < 0 ? status : Drive(session);
 }
 
@@ -229,16 +305,30 @@ static ExitCode SendInSession(Session& session, const Options& options)
     return SendToAll(session, message, options.SkipRefused);
 }
 
-ExitCode RunSend(const Options& options)
+// What is wrong with the choice of options; null: nothing.
+static const char* FindMisuse(const Options& options)
 {
     if (!options.Server || !options.From)
-        return WrongUse("send wants --server and --from");
+        return "send wants --server and --from";
     if (options.To.empty() && options.Cc.empty() && options.Bcc.empty())
-        return WrongUse("send wants a recipient: --to, --cc or --bcc");
+        return "send wants a recipient: --to, --cc or --bcc";
     if (options.Text && options.TextFile)
-        return WrongUse("give --text or --text-file, not both");
-    if (!options.Text && !options.TextFile && !options.HtmlFile)
-        return WrongUse("send wants a text: --text, --text-file or --html");
+        return "give --text or a file with the text, not both";
+    if (!options.Text && !options.TextFile && !options.HtmlFile && !options.Forward &&
+        options.Attach.empty())
+        return "send wants a text (--text, --text-file or --html) or a file (--attach or "
+               "--forward)";
+    if (!options.Inline.empty() && !options.HtmlFile)
+        return "--inline wants --html: an HTML text that shows the images";
+    if (options.Forward && (options.HtmlFile || !options.Attach.empty()))
+        return "--forward goes neither with --html nor with --attach";
+    return nullptr;
+}
+
+ExitCode RunSend(const Options& options)
+{
+    if (const char* misuse = FindMisuse(options))
+        return WrongUse(misuse);
     Session session;
     if (!StartSession(session))
         return EXIT_OTHER;

@@ -1,6 +1,8 @@
 // Takes the texts of a message from the command line, standard input or a file and examines them.
 #include "message_text.h"
 
+#include "ryn32.h"
+
 #include <cerrno>
 #include <cstdint>
 #include <cstdio>
@@ -152,4 +154,64 @@ std::string WithNetworkLineEnds(const std::string& text)
         result += text[i];
     }
     return result;
+}
+
+// --- quoted lines ---
+
+// Quotes one line without its line end. A blank or tab at its end would be lost on the way.
+static std::string QuoteLine(std::string line)
+{
+    const bool endsBlank = line.ends_with(' ') || line.ends_with('\t');
+    const char last = endsBlank ? line.back() : '\0';
+    if (endsBlank)
+        line.pop_back();
+    constexpr size_t quotedChars = 3; // "=XX"
+    std::string quoted(line.size() * quotedChars + 2, '\0');
+    const int32_t length =
+        rynQuoteBuffer(line.c_str(), quoted.data(), static_cast<int32_t>(quoted.size()));
+    quoted.resize(length > 0 ? static_cast<size_t>(length) : 0);
+    if (endsBlank)
+        quoted += last == ' ' ? "=20" : "=09";
+    return quoted;
+}
+
+static void AppendInPieces(const std::string& quoted, std::string& target)
+{
+    constexpr size_t mostChars = 75; // and the '=' of a soft line end
+    size_t start = 0;
+    while (quoted.size() - start > mostChars + 1) {
+        size_t end = start + mostChars;
+        while (quoted[end - 1] == '=' || quoted[end - 2] == '=')
+            --end; // not inside "=XX"
+        target.append(quoted, start, end - start).append("=\r\n");
+        start = end;
+    }
+    target.append(quoted, start).append("\r\n");
+}
+
+std::string WithQuotedLines(const std::string& text)
+{
+    std::string result;
+    size_t start = 0;
+    while (start < text.size()) {
+        size_t end = text.find('\n', start);
+        const size_t next = end == std::string::npos ? text.size() : end + 1;
+        end = end == std::string::npos ? text.size() : end;
+        if (end > start && text[end - 1] == '\r')
+            --end;
+        AppendInPieces(QuoteLine(text.substr(start, end - start)), result);
+        start = next;
+    }
+    return result;
+}
+
+size_t LongestLine(const std::string& text)
+{
+    size_t longest = 0;
+    size_t length = 0;
+    for (const char c : text) {
+        length = c == '\n' ? 0 : length + (c == '\r' ? 0 : 1);
+        longest = length > longest ? length : longest;
+    }
+    return longest;
 }

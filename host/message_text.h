@@ -33,5 +33,11 @@ char PickFileMark(const MessageText& first, const MessageText& second);
 // The argument for a send operation: the text itself, or the mark and the file's name.
 std::string TextArgument(const MessageText& text, char fileMark);
 
+// A text in quoted-printable (RFC 2045, 6.7), in lines of at most 76 chars that end in CR LF.
+std::string WithQuotedLines(const std::string& text);
+
+// Chars of the longest line, without its line end.
+size_t LongestLine(const std::string& text);
+
 // Every line end as CR LF.
 std::string WithNetworkLineEnds(const std::string& text);

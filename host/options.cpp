@@ -17,7 +17,6 @@ struct OptionRow {
 constexpr int Both = COMMAND_SEND | COMMAND_VERIFY;
 
 constexpr OptionRow OptionTable[] = {
-    { "--server", Both, &Options::Server, nullptr, nullptr },
     { "--from", Both, &Options::From, nullptr, nullptr },
     { "--to", COMMAND_SEND, nullptr, &Options::To, nullptr },
     { "--cc", COMMAND_SEND, nullptr, &Options::Cc, nullptr },
@@ -25,11 +24,23 @@ constexpr OptionRow OptionTable[] = {
     { "--subject", COMMAND_SEND, &Options::Subject, nullptr, nullptr },
     { "--text", COMMAND_SEND, &Options::Text, nullptr, nullptr },
     { "--text-file", COMMAND_SEND, &Options::TextFile, nullptr, nullptr },
+    { "--alt", COMMAND_SEND, &Options::TextFile, nullptr, nullptr },
     { "--html", COMMAND_SEND, &Options::HtmlFile, nullptr, nullptr },
     { "--charset", COMMAND_SEND, &Options::Charset, nullptr, nullptr },
+    { "--attach", COMMAND_SEND, nullptr, &Options::Attach, nullptr },
+    { "--inline", COMMAND_SEND, nullptr, &Options::Inline, nullptr },
+    { "--forward", COMMAND_SEND, &Options::Forward, nullptr, nullptr },
     { "--skip-refused", COMMAND_SEND, nullptr, nullptr, &Options::SkipRefused },
-    { "--ehlo", Both, nullptr, nullptr, &Options::UseEhlo },
+    { "--server", Both, &Options::Server, nullptr, nullptr },
     { "--log", Both, &Options::LogFile, nullptr, nullptr },
+    { "--ehlo", Both, nullptr, nullptr, &Options::UseEhlo },
+    { "--user", Both, &Options::User, nullptr, nullptr },
+    { "--auth", Both, nullptr, &Options::Auth, nullptr },
+    { "--tls", Both, &Options::Tls, nullptr, nullptr },
+    { "--ca", Both, &Options::CaFile, nullptr, nullptr },
+    { "--cert", Both, &Options::CertFile, nullptr, nullptr },
+    { "--stunnel", Both, &Options::TunnelProgram, nullptr, nullptr },
+    { "--tunnel-port", Both, &Options::TunnelPort, nullptr, nullptr },
 };
 
 static bool IsOption(const char* word)
@@ -82,4 +93,10 @@ bool ReadOptions(int count, char** words, CommandBit command, Options& options)
         list->push_back(words[i]);
     }
     return true;
+}
+
+ExitCode WrongUse(const char* what)
+{
+    fprintf(stderr, "rynmail: %s (rynmail --help tells more)\n", what);
+    return EXIT_USAGE;
 }

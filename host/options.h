@@ -15,7 +15,7 @@ enum ExitCode {
 
 // Texts are words of the command line; null: not given.
 struct Options {
-    const char* Server;
+    // --- the message ---
     const char* From;
     std::vector<const char*> To, Cc, Bcc;
     const char* Subject;
@@ -23,13 +23,28 @@ struct Options {
     const char* TextFile;
     const char* HtmlFile;
     const char* Charset;
-    const char* LogFile;
-    bool UseEhlo;
+    std::vector<const char*> Attach, Inline; // FILE or FILE=NAME
+    const char* Forward;
     bool SkipRefused;
     std::vector<const char*> Addresses; // words without an option in front
+
+    // --- the session ---
+    const char* Server;
+    const char* LogFile;
+    bool UseEhlo;
+    const char* User;
+    std::vector<const char*> Auth;
+    const char* Tls; // "implicit" or "starttls"
+    const char* CaFile;
+    const char* CertFile;
+    const char* TunnelProgram;
+    const char* TunnelPort;
 };
 
 enum CommandBit { COMMAND_SEND = 1, COMMAND_VERIFY = 2 };
 
-// Reads the words behind the command's name. False: a word is wrong, and standard error tells which.
+// Reads the words behind the command's name. False: one is wrong, and standard error tells which.
 bool ReadOptions(int count, char** words, CommandBit command, Options& options);
+
+// Tells what is wrong with the command line.
+ExitCode WrongUse(const char* what);

@@ -1,11 +1,19 @@
-// The two questions that rynmail has for the system and the standard library doesn't answer alike
-// everywhere.
+// The terminal and the clock. terminal.cpp and system.cpp are the two files of the host that know
+// which system they run on.
 #pragma once
 
 #include <cstdint>
+#include <string>
 
 // Is somebody watching standard error?
 bool ErrorsGoToTerminal();
 
+// Asks on the terminal for a line and doesn't show what is typed. False: there is no terminal, or
+// the answer was broken off.
+bool AskSecret(const std::string& question, std::string& secretOut);
+
 // Pauses for at least that many milliseconds.
 void PauseMilliseconds(uint32_t milliseconds);
+
+// Milliseconds since some fixed moment.
+uint64_t MillisecondsNow();

@@ -231,7 +231,7 @@ extern "C" {
  * stands with it, "stored" for the number of chars stored. A code marked "not empty" refuses an
  * empty text with RYN_ERR_EMPTY_ARGUMENT. ------------------------------------------------------- */
 
-#define RYN_LOG_FILE                   20   /* channel: opens a new log file of that name; empty closes it. The handle, 0, or -1 */
+#define RYN_LOG_FILE                   20   /* channel: opens a new log file of that name; empty closes it. The handle, 0, or -1. Secrets that are sent show as stars, but for lines of 256 chars and over and what stands behind the first line end of a secret in several lines: long passwords and tokens show there */
 #define RYN_WRITE_LINES_FILE           41   /* channel, not empty: writes what rynGetEmailLines kept to a new file. Bytes written */
 #define RYN_REPLY_TO                   50   /* channel, 256, not empty: Reply-To of the next messages. Stored */
 #define RYN_EXTRA_HEADERS              51   /* channel: header lines of the host's own; empty removes them (result 0). 1 to 4 on success, 0: no memory; RYN_ERR_SYSTEM_HEADER for a text that begins with X-Mailer: or X-Mail-Agent:; other control chars and 8-bit chars become '_' */

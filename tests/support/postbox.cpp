@@ -1,11 +1,12 @@
 // postbox: a small mail server for tests and the demo. It serves several clients with one thread,
 // stores every message it takes in a folder, and delivers nothing.
 //
-//   postbox --folder DIR [--port N] [--once] [--verbose]
+//   postbox --folder DIR [--port N] [--user NAME:PASSWORD] [--once] [--verbose]
 //
 // Listens on 127.0.0.1 only, prints "smtp PORT" once it does, and runs until SIGTERM or SIGINT, or
-// with --once until its first client has gone. With --verbose the dialogues are printed. This file
-// holds the command line and the connections.
+// with --once until its first client has gone. With --user it takes mail only from who has logged in
+// by AUTH PLAIN or LOGIN. With --verbose the dialogues are printed. This file holds the command line
+// and the connections.
 #include "postbox.h"
 
 #include <arpa/inet.h>
@@ -26,7 +27,8 @@ constexpr size_t OutputLimit = 65536;
 
 struct Settings {
     const char* Folder;
-    int Port; // 0: any free one
+    int Port;         // 0: any free one
+    const char* User; // NAME:PASSWORD; null: nobody has to log in
     bool Once;
     bool Verbose;
 };
@@ -51,6 +53,8 @@ static bool ReadSettings(int count, char** words, Settings& settings)
             settings.Verbose = true;
         else if (strcmp(word, "--folder") == 0 && value)
             settings.Folder = words[++i];
+        else if (strcmp(word, "--user") == 0 && value && strchr(value, ':'))
+            settings.User = words[++i];
         else if (strcmp(word, "--port") == 0 && value)
             settings.Port = static_cast<int>(strtol(words[++i], nullptr, 10));
         else
@@ -143,6 +147,7 @@ static void Accept(int listener, const Settings& settings, const Protocol& proto
     Client client = {};
     client.Socket = peer;
     client.Folder = settings.Folder;
+    client.User = settings.User;
     client.Verbose = settings.Verbose;
     clients.push_back(client);
     protocol.Greet(clients.back());
@@ -242,7 +247,9 @@ int main(int count, char** words)
 {
     Settings settings = {};
     if (!ReadSettings(count, words, settings)) {
-        fputs("usage: postbox --folder DIR [--port N] [--once] [--verbose]\n", stderr);
+        fputs(
+            "usage: postbox --folder DIR [--port N] [--user NAME:PASSWORD] [--once] [--verbose]\n",
+            stderr);
         return 1;
     }
     setvbuf(stdout, nullptr, _IOLBF, 0);

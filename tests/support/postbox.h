@@ -21,6 +21,8 @@ enum LineKind {
     LineLong,     // longer than LineLimit; its text is not given
 };
 
+enum AuthStep { AuthNone, AuthLoginName, AuthLoginPassword, AuthPlainBlock };
+
 struct Client {
     // --- connection: written by postbox.cpp ---
     int Socket;
@@ -29,11 +31,15 @@ struct Client {
     std::string Output; // replies not yet sent
     bool Closing;       // close as soon as Output is empty
     const char* Folder; // where messages are stored
+    const char* User;   // NAME:PASSWORD that a client has to log in with; null: nobody has to
     bool Verbose;       // print the dialogue
 
     // --- SMTP session: written by postbox_smtp.cpp ---
     bool Greeted;
     bool Extended; // greeted by EHLO
+    bool HasLoggedIn;
+    AuthStep Auth;        // what the next line is an answer to
+    std::string AuthName; // that AUTH LOGIN was told
     bool HasSender;
     std::string Sender; // the path without brackets, empty for <>
     std::vector<std::string> Recipients;
@@ -50,6 +56,14 @@ struct Protocol {
 };
 
 extern const Protocol SmtpProtocol;
+
+// AUTH PLAIN and AUTH LOGIN (postbox_auth.cpp): the command, and the lines that it asks for while
+// Auth is not AuthNone.
+void StartAuth(Client& client, std::string_view argument);
+void TakeAuthLine(Client& client, std::string_view line);
+
+// Texts alike but for the case of letters.
+bool EqualNoCase(std::string_view a, std::string_view b);
 
 // Queues one reply line; CR LF is added.
 void Reply(Client& client, std::string_view line);

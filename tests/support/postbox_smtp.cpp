@@ -11,7 +11,7 @@ struct SmtpCommand {
     void (*Run)(Client& client, std::string_view argument);
 };
 
-static bool EqualNoCase(std::string_view a, std::string_view b)
+bool EqualNoCase(std::string_view a, std::string_view b)
 {
     return a.size() == b.size() && strncasecmp(a.data(), b.data(), a.size()) == 0;
 }
@@ -94,6 +94,8 @@ static void Greeting(Client& client, std::string_view name, bool extended)
     Reply(client, "250-postbox.example");
     Reply(client, "250-PIPELINING");
     Reply(client, "250-8BITMIME");
+    if (client.User)
+        Reply(client, "250-AUTH PLAIN LOGIN");
     Reply(client, "250 SIZE " + std::to_string(MessageLimit));
 }
 
@@ -112,6 +114,8 @@ static void Mail(Client& client, std::string_view argument)
     std::string_view path, rest;
     if (!client.Greeted)
         return Reply(client, "503 say HELO or EHLO first");
+    if (client.User && !client.HasLoggedIn)
+        return Reply(client, "530 log in first");
     if (client.HasSender)
         return Reply(client, "503 the sender was given already");
     if (!EqualNoCase(argument.substr(0, 5), "FROM:") ||
@@ -140,6 +144,15 @@ static void Rcpt(Client& client, std::string_view argument)
         return Reply(client, "452 too many recipients");
     client.Recipients.emplace_back(path);
     Reply(client, "250 recipient ok");
+}
+
+static void Auth(Client& client, std::string_view argument)
+{
+    if (!client.User || !client.Extended)
+        return Reply(client, "500 command not known");
+    if (client.HasLoggedIn || client.HasSender)
+        return Reply(client, "503 not now");
+    StartAuth(client, argument);
 }
 
 static void Data(Client& client, std::string_view argument)
@@ -186,8 +199,8 @@ static void Quit(Client& client, std::string_view argument)
 }
 
 constexpr SmtpCommand SmtpCommands[] = {
-    { "HELO", Helo }, { "EHLO", Ehlo }, { "MAIL", Mail }, { "RCPT", Rcpt }, { "DATA", Data },
-    { "RSET", Rset }, { "NOOP", Noop }, { "VRFY", Vrfy }, { "QUIT", Quit },
+    { "HELO", Helo }, { "EHLO", Ehlo }, { "AUTH", Auth }, { "MAIL", Mail }, { "RCPT", Rcpt },
+    { "DATA", Data }, { "RSET", Rset }, { "NOOP", Noop }, { "VRFY", Vrfy }, { "QUIT", Quit },
 };
 
 static void TakeCommand(Client& client, std::string_view line, LineKind kind)
@@ -196,6 +209,8 @@ static void TakeCommand(Client& client, std::string_view line, LineKind kind)
         return Reply(client, "500 line too long");
     if (kind == LineBareFeed)
         return Reply(client, "500 line does not end in CR LF");
+    if (client.Auth != AuthNone)
+        return TakeAuthLine(client, line);
     const std::string_view verb = line.substr(0, line.find(' '));
     std::string_view argument = line.substr(verb.size());
     if (!argument.empty())
