@@ -1,6 +1,8 @@
 // MD5 and HMAC-MD5.
 #include "codec/md5.h"
 
+#include "codec/text.h"
+
 #include <bit>
 #include <cstring>
 
@@ -105,7 +107,7 @@ void Md5Final(uint8_t (&digest)[Md5DigestBytes], Md5Context& context)
     Md5Update(context, length, LengthBytes);
     for (size_t i = 0; i < 4; i++)
         WriteLittle(context.State[i], digest + 4 * i, 4);
-    context = {};
+    WipeBytes(&context, sizeof context);
 }
 
 static void HashPadded(Md5Context& context, const uint8_t (&key)[Md5BlockBytes], uint8_t pad)

@@ -134,6 +134,13 @@ void CutAtLineEnd(char* text)
     text[strcspn(text, "\r\n")] = 0;
 }
 
+void WipeBytes(void* bytes, size_t count)
+{
+    volatile char* place = static_cast<volatile char*>(bytes);
+    while (count-- > 0)
+        *place++ = 0;
+}
+
 int32_t FormatText(char* target, size_t capacity, const char* format, ...)
 {
     va_list arguments;

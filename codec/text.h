@@ -60,6 +60,9 @@ void CleanHeaderText(char* text, bool cutAtLineEnd);
 // Cuts a text at its first CR or LF.
 void CutAtLineEnd(char* text);
 
+// Zeroes a secret, in a way that no optimiser drops.
+void WipeBytes(void* bytes, size_t count);
+
 // Formats by printf's rules, cut to the capacity and to 1023 chars; returns the length.
 int32_t FormatText(char* target, size_t capacity, const char* format, ...)
     __attribute__((format(printf, 3, 4)));

@@ -166,8 +166,10 @@ int32_t rynClose(uint32_t channel)
         DetachFiles(ch);
         return 1;
     }
-    if (vsGetInfo(ch.VSock, VS_INFO_IS_OPEN) == 0)
+    if (vsGetInfo(ch.VSock, VS_INFO_IS_OPEN) == 0) {
+        KillStunnel(ch); // that of a connect that has failed
         return 0;
+    }
     return EndConversation(ch);
 }
 

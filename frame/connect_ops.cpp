@@ -29,6 +29,7 @@ static int32_t StartConnecting(Channel& ch, State first)
 {
     DetachFiles(ch);
     vsResetRing(ch.VSock);
+    vsForgetSends(ch.VSock); // of a connection that this one replaces
     ch.NextState = first;
     LogText(&ch, "Connecting to server...\n");
     const int32_t result = RunDriver(ch);

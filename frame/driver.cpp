@@ -87,6 +87,13 @@ int32_t FailState(Channel& ch, int32_t sockCode, int32_t status)
     return status;
 }
 
+int32_t FailSend(Channel& ch, int32_t result)
+{
+    if (vsSendFailure(ch.VSock) == RYN_WSAETIMEDOUT)
+        return FailState(ch, 0, RYN_ERR_TIMED_OUT);
+    return FailState(ch, result, RYN_ERR_SOCK_WRITE);
+}
+
 void Arm(Channel& ch, uint32_t gap, uint32_t timeout)
 {
     const uint32_t now = osTickCount();
@@ -99,7 +106,7 @@ int32_t SendOrFail(Channel& ch, const char* text)
     if (ch.RefusalIsOpen != 0) // else its rest would be read as the reply to this line
         DropRefusalRest(ch);
     const int32_t result = SendLine(ch, text);
-    return result < 0 ? FailState(ch, result, RYN_ERR_SOCK_WRITE) : 0;
+    return result < 0 ? FailSend(ch, result) : 0;
 }
 
 bool ReadReplyOrLeave(Channel& ch, int32_t& leaveOut)
@@ -203,13 +210,13 @@ static int32_t DriveToEnd(Channel& ch)
 {
     for (;;) {
         const uint32_t now = BeginStep();
-        vsSetGather(ch.VSock, true);
+        vsSetGather(ch.VSock, DriverDelay == 0); // what waits must not wait for that, too
         const int32_t result = StepDriver(ch, now);
         if (result < 1)
             return result;
         PauseBetweenSteps(ch, now);
         if (const int32_t failure = vsSendFailure(ch.VSock); failure < 0)
-            return FailState(ch, failure, RYN_ERR_SOCK_WRITE);
+            return FailSend(ch, failure);
     }
 }
 
@@ -224,5 +231,5 @@ int32_t RunDriver(Channel& ch)
     const int32_t result = DriveToEnd(ch);
     vsSetGather(ch.VSock, false);
     const int32_t failure = vsSendFailure(ch.VSock);
-    return result == 0 && failure < 0 ? FailState(ch, failure, RYN_ERR_SOCK_WRITE) : result;
+    return result == 0 && failure < 0 ? FailSend(ch, failure) : result;
 }

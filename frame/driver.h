@@ -25,6 +25,10 @@ int32_t Finish(Channel& ch);
 // result of the transport call that failed, or 0.
 int32_t FailState(Channel& ch, int32_t sockCode, int32_t status);
 
+// A send has failed with this result: RYN_ERR_SOCK_WRITE, or RYN_ERR_TIMED_OUT where the peer took
+// nothing for as long as data may wait.
+int32_t FailSend(Channel& ch, int32_t result);
+
 // Holds the next state back for gap ms and bounds its wait by timeout ms, both from this moment.
 void Arm(Channel& ch, uint32_t gap, uint32_t timeout);
 

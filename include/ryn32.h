@@ -437,8 +437,8 @@ RYN_API int32_t rynSmtpConnect(uint32_t channel, const char *server, const char 
  *   channel     number of an attached channel
  *   localPort   16 bits, where the tunnel listens on this machine; one of its own for each channel
  *   securePort  16 bits, of the real server: 465 speaks TLS from the first byte, others STARTTLS;
- *               0: a second session through the tunnel that this channel has started, to what
- *               ServerName was then; server and proxyHost are not looked at
+ *               0: a second session through the tunnel that this channel has started, on the host
+ *               to which it connected last; server and proxyHost are not looked at
  *   server      name of the real server, 255 chars; it is checked against the certificate
  *   user, password  64 and 2048 chars, for the login; not empty
  *   from, replyTo   as in rynSmtpConnect
@@ -448,7 +448,7 @@ RYN_API int32_t rynSmtpConnect(uint32_t channel, const char *server, const char 
  *          RYN_ERR_EMPTY_ARGUMENT, RYN_ERR_PASSWORD_TOO_LONG, RYN_ERR_CANNOT_CREATE_FILE: the
  *          configuration; RYN_ERR_PROXY_START; those of rynSmtpConnect. A certificate that is refused
  *          shows as RYN_ERR_SOCK_WRITE or RYN_ERR_CONNECT_FAILED; the tunnel's log has the reason
- * Note     the process lives until rynClose or rynRelease. Methods of the login: RYN_AUTH_METHODS */
+ * Note     the process lives until rynClose or, in manual driving, rynRelease. Methods of the login: RYN_AUTH_METHODS */
 RYN_API int32_t rynSmtpConnectSSL(uint32_t channel, uint32_t localPort, uint32_t securePort,
                                   const char *server, const char *user, const char *password,
                                   const char *from, const char *replyTo, const char *proxyHost);
@@ -499,7 +499,8 @@ RYN_API int32_t rynConfigSSL(int32_t option, const char *text);
 /* rynStartProgram: starts any program, without a shell and without waiting for it.
  *   commandLine  words parted by blanks, double quotes group
  * Returns  its entry number, 0 to 63; -1: it could not be started, or all entries are taken
- * Errors   RYN_ERR_NULL_POINTER, RYN_ERR_NOT_ATTACHED */
+ * Errors   RYN_ERR_NULL_POINTER, RYN_ERR_NOT_ATTACHED
+ * Note     each entry is given to rynKillProgram in the end, also that of a program that has ended */
 RYN_API int32_t rynStartProgram(const char *commandLine);
 
 /* rynKillProgram: ends a program that rynStartProgram has started, and waits until it is gone.

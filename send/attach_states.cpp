@@ -222,7 +222,7 @@ int32_t AttBlank(Channel& ch, uint32_t now)
     if (ch.AttachParamCount > ch.AttachParamIndex)
         ch.AttachParamIndex++;
     if (const int32_t result = SendText(ch, ch.CommandBuffer); result < 0)
-        return FailState(ch, result, RYN_ERR_SOCK_WRITE);
+        return FailSend(ch, result);
     ch.NotBeforeTick = now;
     return Go(ch, ST_ATT_OPEN);
 }
@@ -304,7 +304,7 @@ int32_t AttBase64(Channel& ch, uint32_t)
     ch.AttachBytesRead += static_cast<uint32_t>(count);
     ch.AttachBytesSent += static_cast<uint32_t>(length);
     if (const int32_t result = SendData(ch, ch.CommandBuffer, length); result < 0)
-        return FailState(ch, result, RYN_ERR_SOCK_WRITE);
+        return FailSend(ch, result);
     Arm(ch, DataGap, DataTimeout);
     ch.WaitWritable = 1;
     return Stay(ch);

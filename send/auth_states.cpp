@@ -10,6 +10,7 @@
 #include "platform/platform.h"
 #include "transport/channel_io.h"
 #include "transport/replies.h"
+#include "transport/vstream.h"
 
 #include <cstring>
 
@@ -38,8 +39,8 @@ static int32_t EncodeToCommand(Channel& ch, int32_t index, const char* text, int
 static int32_t SendSecret(Channel& ch, int32_t count)
 {
     const int32_t result = SendDataMasked(ch, ch.CommandBuffer, count, MaskStart());
-    memset(ch.CommandBuffer, 0, static_cast<size_t>(count));
-    return result < 0 ? FailState(ch, result, RYN_ERR_SOCK_WRITE) : 0;
+    WipeBytes(ch.CommandBuffer, static_cast<size_t>(count));
+    return result < 0 ? FailSend(ch, result) : 0;
 }
 
 // Reads the verdict on a login and ends the connect.
@@ -124,7 +125,7 @@ int32_t AuthLoginUser(Channel& ch, uint32_t)
         return leave;
     EncodeToCommand(ch, 0, ch.UserName, TextLength(ch.UserName), LoginHalfWidth);
     if (const int32_t result = SendText(ch, ch.CommandBuffer); result < 0)
-        return FailState(ch, result, RYN_ERR_SOCK_WRITE);
+        return FailSend(ch, result);
     Arm(ch, CommandGap, ReplyTimeout);
     return Go(ch, ST_AUTH_LOGIN_PASSWORD);
 }
@@ -166,7 +167,7 @@ int32_t AuthPlainSend(Channel& ch, uint32_t)
     const int32_t length = MakePlainBlock(ch, block);
     const int32_t head = CopyText(ch.CommandBuffer, "AUTH PLAIN ", CommandCapacity - 1);
     const int32_t count = head + EncodeToCommand(ch, head, block, length, LoginHalfWidth);
-    memset(block, 0, sizeof block);
+    WipeBytes(block, sizeof block);
     if (const int32_t status = SendSecret(ch, count); status < 0)
         return status;
     Arm(ch, 2 * CommandGap, ReplyTimeout);
@@ -194,6 +195,7 @@ int32_t AuthXOAuth2Send(Channel& ch, uint32_t)
 
 int32_t AuthXOAuth2Reply(Channel& ch, uint32_t)
 {
+    vsFlush(ch.VSock);
     osSleep(PollDelay);
     int32_t leave = 0;
     if (!ReadReplyOrLeave(ch, leave))

@@ -36,7 +36,7 @@ int32_t HdrEnd(Channel& ch, uint32_t)
 {
     if (SendStandardHeaders != 0)
         if (const int32_t result = SendData(ch, "\r\n", 2); result < 0)
-            return FailState(ch, result, RYN_ERR_SOCK_WRITE);
+            return FailSend(ch, result);
     if (ch.IsHtml != 0 || ch.MessageType != 0 || ch.MixedOpen != 0)
         return Go(ch, ST_BODY_OPEN);
     return Go(ch, ST_BODY_SOURCE);
@@ -289,6 +289,7 @@ int32_t MsgEnd(Channel& ch, uint32_t)
     constexpr uint32_t VerdictPause = 1000; // ms in front of the first look for the verdict
     if (const int32_t status = SendEnd(ch); status < 0)
         return status;
+    vsFlush(ch.VSock); // the wait for the verdict begins when all is out
     Arm(ch, CommandGap + VerdictPause, ReplyTimeout + CommandGap + VerdictPause);
     return Go(ch, ST_MSG_END_REPLY);
 }

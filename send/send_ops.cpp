@@ -151,9 +151,17 @@ int32_t rynForwardEmail(uint32_t channel, const char* to, const char* cc, const 
 
 // --- a file in the place of a server ---
 
+// Forgets a send that still runs: its rest must not go elsewhere.
+static void DropSend(Channel& ch)
+{
+    ch.NextState = ST_IDLE;
+    CloseTransferFiles(ch);
+}
+
 static int32_t EndTarget(Channel& ch)
 {
     ch.ErrorFileName[0] = 0;
+    DropSend(ch);
     DetachFiles(ch);
     ch.TargetMode = 0;
     return 1;
@@ -161,8 +169,9 @@ static int32_t EndTarget(Channel& ch)
 
 static int32_t BeginTarget(Channel& ch, const char* targetFile)
 {
-    if (ch.TargetMode == 0)
-        CloseChannelSocket(ch); // a connection would be out of reach behind the file
+    DropSend(ch);
+    DetachFiles(ch);
+    CloseChannelSocket(ch); // a connection would be out of reach behind the file
     const int32_t vs = ch.ChannelNumber;
     const int32_t result = vsOpenTarget(vs, targetFile);
     if (result == VS_OK) {

@@ -144,8 +144,8 @@ static char TakeLine(Channel& ch, LineInHand& line)
 {
     // A forwarded file goes out as it stands, whatever the text in front of it is.
     const bool isForwardedFile = ch.IsForward != 0 && ch.ThisState == ST_ATT_LINES;
-    const bool isQuoted = KeepRawChars == 0 && !isForwardedFile &&
-                          (ch.MessageType != 0 || ch.QuoteAttachments != 0);
+    const bool isQuoted =
+        KeepRawChars == 0 && !isForwardedFile && (ch.MessageType != 0 || ch.QuoteAttachments != 0);
     const bool hasRuns = !isQuoted && ch.QuoteAttachments == 0 && ch.IsForward == 0;
     for (;;) {
         if (hasRuns) {

@@ -8,8 +8,6 @@
 #include "transport/vsock.h"
 #include "transport/vstream.h"
 
-constexpr int SendTries = 12;
-constexpr uint32_t RetryPause = 250; // ms behind each failed try
 constexpr int32_t TargetAnswer = 2;
 
 int32_t ChannelSelect(Channel& ch, int32_t kind)
@@ -46,9 +44,9 @@ int32_t SendLine(Channel& ch, const char* text)
     int32_t result = 0;
     for (int i = 0; i < SendTries; i++) {
         result = vsWriteLine(ch.VSock, text);
-        if (result >= 0)
+        if (result >= 0 || vsSendFailure(ch.VSock) < 0)
             break;
-        osSleep(RetryPause);
+        osSleep(SendRetryPause);
     }
     return result;
 }
@@ -58,9 +56,9 @@ int32_t SendData(Channel& ch, const char* bytes, int32_t count)
     int32_t result = 0;
     for (int i = 0; i < SendTries; i++) {
         result = vsWrite(ch.VSock, bytes, count, NoMask);
-        if (result >= 0)
+        if (result >= 0 || vsSendFailure(ch.VSock) < 0)
             break;
-        osSleep(RetryPause);
+        osSleep(SendRetryPause);
     }
     return result;
 }

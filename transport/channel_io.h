@@ -20,7 +20,8 @@ int32_t ChannelDataReady(Channel& ch, uint32_t ms);
 int32_t ReadServerLine(Channel& ch, char* buffer, int32_t capacity, uint32_t firstWait,
                        uint32_t nextWait);
 
-// All but the masked one try 12 times, 250 ms apart, and return the last result: bytes sent, or a status.
+// All but the masked one try 12 times, 250 ms apart, unless part of the text is out already, and return the last
+// result: bytes sent, or a status.
 int32_t SendLine(Channel& ch, const char* text);
 int32_t SendText(Channel& ch, const char* text);
 int32_t SendData(Channel& ch, const char* bytes, int32_t count);

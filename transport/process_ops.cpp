@@ -13,8 +13,11 @@ static int32_t ProcessTable[MostPrograms]; // processes; 0 = free. Guarded by OS
 void ClearProcessTable()
 {
     osLockEnter(OS_LOCK_PROCESSES);
-    for (int32_t& process : ProcessTable)
+    for (int32_t& process : ProcessTable) {
+        if (process != 0)
+            osProcessIsRunning(process); // leaves no trace of one that has ended
         process = 0;
+    }
     osLockLeave(OS_LOCK_PROCESSES);
 }
 
@@ -39,10 +42,12 @@ static int32_t ProcessOf(int32_t entry)
     return process;
 }
 
-static void ClearEntry(int32_t entry)
+// Frees an entry, unless another program has got it meanwhile.
+static void ClearEntry(int32_t entry, int32_t process)
 {
     osLockEnter(OS_LOCK_PROCESSES);
-    ProcessTable[entry] = 0;
+    if (ProcessTable[entry] == process)
+        ProcessTable[entry] = 0;
     osLockLeave(OS_LOCK_PROCESSES);
 }
 
@@ -81,7 +86,7 @@ int32_t KillProgram(int32_t entry, int32_t)
         if (status < 0)
             osSleep(RetryPause);
     }
-    ClearEntry(entry);
+    ClearEntry(entry, process);
     return status < 0 ? 0 : 1;
 }
 
@@ -92,7 +97,7 @@ int32_t ProgramIsRunning(int32_t entry)
     const int32_t process = ProcessOf(entry);
     if (process != 0 && osProcessIsRunning(process) == 1)
         return 1;
-    ClearEntry(entry);
+    ClearEntry(entry, process);
     return 0;
 }
 

@@ -111,8 +111,8 @@ int32_t rynSetProxySSL(int32_t unused, uint32_t options, const char* folder,
     if (folder == nullptr || program == nullptr || certificate == nullptr)
         return RYN_ERR_NO_SERVER;
     Channel& ch = *ChannelTable[0];
-    LogFormat(ch, "*** rynSetProxySSL(%d,%u,'%s','%s','%s')\r\n", unused, options, folder,
-              certificate, program);
+    LogFormat(ch, "*** rynSetProxySSL(%d,%d,'%s','%s','%s')\r\n", unused,
+              static_cast<int32_t>(options), folder, certificate, program);
     if (*folder == 0 || *program == 0)
         return RYN_ERR_NO_SERVER;
     if (TestDirWritable(&ch, folder) == 0)
@@ -135,11 +135,12 @@ int32_t rynSetProxySSL(int32_t unused, uint32_t options, const char* folder,
 int32_t rynSetCertAuth(const char* folder, const char* file)
 {
     CopyFolder(Tunnel.CaPath, folder == nullptr ? "" : folder);
-    if (!IsGiven(file))
+    char path[PathChars + 1];
+    CopyField(path, file == nullptr ? "" : file);
+    CutAtLineEnd(path);
+    if (path[0] == 0) // the file before stays: verification is not turned off in passing
         return RYN_ERR_NO_SERVER;
-    CopyField(Tunnel.CaFile, file);
-    CutAtLineEnd(Tunnel.CaFile);
-    return TextLength(Tunnel.CaFile);
+    return CopyField(Tunnel.CaFile, path);
 }
 
 int32_t rynConfigSSL(int32_t option, const char* text)
@@ -206,10 +207,13 @@ static bool WriteService(int32_t file, TunnelProtocol protocol, const char* serv
 {
     constexpr uint16_t SmtpsPort =
         465; // TLS from the first byte; other SMTP ports begin by STARTTLS
-    bool isGood = WriteConfigLine(file, "%s\r\n", Protocols[protocol].Section);
-    isGood &= WriteConfigLine(file, "accept = %d\r\n", acceptPort);
-    isGood &= WriteConfigLine(file, "connect = %s:%d\r\n", server, connectPort);
-    if (protocol == TUNNEL_SMTP && connectPort != SmtpsPort)
+    bool isGood = true;
+    if (acceptPort > 0) {
+        isGood &= WriteConfigLine(file, "%s\r\n", Protocols[protocol].Section);
+        isGood &= WriteConfigLine(file, "accept = %d\r\n", acceptPort);
+        isGood &= WriteConfigLine(file, "connect = %s:%d\r\n", server, connectPort);
+    }
+    if (acceptPort > 0 && protocol == TUNNEL_SMTP && connectPort != SmtpsPort)
         isGood &= WriteConfigLine(file, "protocol = smtp\r\n");
     if (Tunnel.CaFile[0] == 0)
         return isGood;

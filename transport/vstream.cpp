@@ -72,6 +72,7 @@ static int32_t Receive(VSockRecord& record, char* buffer, int32_t count)
 // yet, or a status.
 static int32_t FillRing(VSockRecord& record, int32_t count)
 {
+    vsFlush(record.Number);
     const int32_t writable = vsSelect(record.Number, VS_WAIT_WRITE);
     if (writable == 0)
         return RYN_ERR_SOCK_CLOSED;
@@ -141,6 +142,7 @@ int32_t vsRead(int32_t vs, char* buffer, int32_t count)
     }
     if (taken == count)
         return taken;
+    vsFlush(vs);
     if (vsSelect(vs, VS_WAIT_WRITE) == 0)
         return RYN_ERR_SOCK_CLOSED;
     if (vsSelect(vs, VS_WAIT_READ) == 0)
@@ -253,6 +255,18 @@ static int32_t SendSome(VSockRecord& record, const char* bytes, int32_t count)
     return osSocketSend(record.Socket, bytes, count, DataTimeout);
 }
 
+// Sends bytes that can't be asked for again: a send that fails goes on where it stopped, as often as a
+// line is tried. Bytes sent of count, or a status.
+static int32_t SendPersistently(VSockRecord& record, const char* bytes, int32_t count)
+{
+    int32_t taken = SendSome(record, bytes, count);
+    for (int tries = 1; taken < 1 && taken != RYN_WSAETIMEDOUT && tries < SendTries; tries++) {
+        osSleep(SendRetryPause);
+        taken = SendSome(record, bytes, count);
+    }
+    return taken;
+}
+
 int32_t vsFlush(int32_t vs)
 {
     VSockRecord* record = vsRecord(vs);
@@ -261,12 +275,21 @@ int32_t vsFlush(int32_t vs)
     const int32_t count = record->GatheredBytes;
     record->GatheredBytes = 0;
     for (int32_t sent = 0; sent < count && record->SendFailure == 0;) {
-        const int32_t taken = SendSome(*record, record->Gathered + sent, count - sent);
+        const int32_t taken = SendPersistently(*record, record->Gathered + sent, count - sent);
         if (taken < 1) // what was sent of it can't be taken back
             record->SendFailure = taken < 0 ? taken : RYN_WSAEINVAL;
         sent += taken;
     }
     return record->SendFailure == 0 ? VS_OK : record->SendFailure;
+}
+
+void vsForgetSends(int32_t vs)
+{
+    VSockRecord* record = vsRecord(vs);
+    if (record == nullptr)
+        return;
+    record->SendFailure = 0;
+    record->GatheredBytes = 0;
 }
 
 int32_t vsSendFailure(int32_t vs)
@@ -294,10 +317,12 @@ static bool MayGather(const VSockRecord& record, int32_t count)
 // Adds bytes to those that wait; the connection is tested when the first of them come.
 static int32_t Gather(VSockRecord& record, const char* bytes, int32_t count)
 {
-    if (count > GatherCapacity - record.GatheredBytes)
+    const bool isFull = count > GatherCapacity - record.GatheredBytes;
+    if (isFull)
         if (const int32_t status = vsFlush(record.Number); status < 0)
             return status;
-    if (record.GatheredBytes == 0 && !IsUsable(record))
+    // A flush may have filled the system's buffers to the brim: the next one waits for room.
+    if (record.GatheredBytes == 0 && !isFull && !IsUsable(record))
         return RYN_ERR_SOCK_CLOSED;
     memcpy(record.Gathered + record.GatheredBytes, bytes, static_cast<size_t>(count));
     record.GatheredBytes += count;
@@ -326,7 +351,8 @@ int32_t vsWrite(int32_t vs, const char* bytes, int32_t count, int32_t maskStart)
         return RYN_ERR_NO_SUCH_VSOCK;
     if (count < 1)
         return VS_ERR_BAD_LENGTH;
-    if (MayGather(*record, count) && record->SendFailure == 0)
+    // A secret does not wait in a buffer.
+    if (maskStart < 0 && MayGather(*record, count) && record->SendFailure == 0)
         return Gather(*record, bytes, count);
     if (const int32_t status = vsFlush(vs); status < 0)
         return status;
@@ -334,6 +360,8 @@ int32_t vsWrite(int32_t vs, const char* bytes, int32_t count, int32_t maskStart)
         return RYN_ERR_SOCK_CLOSED;
     for (int32_t sent = 0; sent < count;) {
         const int32_t taken = SendSome(*record, bytes + sent, count - sent);
+        if (taken < 1 && sent > 0) // half a line is out: it must not be sent once more
+            record->SendFailure = taken < 0 ? taken : RYN_WSAEINVAL;
         if (taken < 1)
             return taken;
         sent += taken;
@@ -366,7 +394,9 @@ int32_t vsWriteLine(int32_t vs, const char* text)
     const int32_t result = vsWrite(vs, text, whole, NoMask);
     if (result < 0)
         return result;
-    vsWrite(vs, "\r\n", 2, 0);
+    const int32_t lineEnd = vsWrite(vs, "\r\n", 2, NoMask);
+    if (lineEnd < 0 && vsRecord(vs)->SendFailure == 0)
+        vsRecord(vs)->SendFailure = lineEnd; // the line is out without its end
     return whole + 2;
 }
 

@@ -9,7 +9,9 @@
 
 struct VSockRecord;
 
-constexpr int32_t NoMask = -1; // mask start of a text without a secret
+constexpr int SendTries = 12;            // of a line, and of gathered bytes
+constexpr uint32_t SendRetryPause = 250; // ms behind each failed try
+constexpr int32_t NoMask = -1;           // mask start of a text without a secret
 
 // Empties the receive ring: VS_OK.
 int32_t vsResetRing(int32_t vs);
@@ -43,12 +45,13 @@ int32_t vsDrain(int32_t vs);
 int32_t vsWrite(int32_t vs, const char* bytes, int32_t count, int32_t maskStart);
 int32_t vsWriteText(int32_t vs, const char* text);
 
-// While a record gathers, writes without a log wait beneath the socket, up to GatherCapacity bytes;
-// a read, a look for data, a close and vsFlush send them. A flush that fails is told by every later
+// While a record gathers, writes without a log and without a secret wait beneath the socket, up to
+// GatherCapacity bytes; a read, a wait for data, a close and vsFlush send them. A flush that fails is told by every later
 // write, and by vsFlush: VS_OK or its status.
 int32_t vsSetGather(int32_t vs, bool gathers);
 int32_t vsFlush(int32_t vs);
-int32_t vsSendFailure(int32_t vs); // 0, or what a flush has met on this connection
+int32_t vsSendFailure(int32_t vs); // 0, or why what was half sent on this connection broke off
+void vsForgetSends(int32_t vs);    // drops what waits and the failure: the connection is given up
 
 // Sends a text and CR LF, in one block up to 511 chars, in two from there on: bytes sent.
 int32_t vsWriteLine(int32_t vs, const char* text);
