@@ -487,7 +487,7 @@ RYN_API int32_t rynSetProxySSL(int32_t unused, uint32_t options, const char *fol
  *   folder  255 chars: folder of trusted certificates; null or empty: none
  *   file    255 chars: file of trusted certificates
  * Returns  length of the file's name
- * Errors   RYN_ERR_NO_SERVER: null or empty file; the one before stays */
+ * Errors   RYN_ERR_NO_SERVER: null or empty file; what was set before stays */
 RYN_API int32_t rynSetCertAuth(const char *folder, const char *file);
 
 /* rynConfigSSL: adds lines to the global part of a tunnel's configuration.

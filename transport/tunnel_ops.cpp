@@ -134,12 +134,12 @@ int32_t rynSetProxySSL(int32_t unused, uint32_t options, const char* folder,
 
 int32_t rynSetCertAuth(const char* folder, const char* file)
 {
-    CopyFolder(Tunnel.CaPath, folder == nullptr ? "" : folder);
     char path[PathChars + 1];
     CopyField(path, file == nullptr ? "" : file);
     CutAtLineEnd(path);
-    if (path[0] == 0) // the file before stays: verification is not turned off in passing
+    if (path[0] == 0) // what was set before stays: verification is not turned off in passing
         return RYN_ERR_NO_SERVER;
+    CopyFolder(Tunnel.CaPath, folder == nullptr ? "" : folder);
     return CopyField(Tunnel.CaFile, path);
 }
 
