@@ -91,8 +91,18 @@ std::string FillTemplate(std::string text, const std::string& word, const std::s
     return text;
 }
 
+void WriteSecrets(const std::string& folder, const std::string& certificate)
+{
+    WriteWholeFile(folder + "/users.smtp", "alice: secret1\nbob: secret2\ncarol: secret3\n");
+    if (certificate.empty())
+        return;
+    WriteWholeFile(folder + "/tokens", "alice: tok\n");
+    WriteWholeFile(folder + "/offer", "CRAM-MD5 LOGIN PLAIN XOAUTH2\n");
+    WriteWholeFile(folder + "/server.pem", ReadWholeFile(certificate));
+}
+
 // The folder is open to all because deliveries run under the server's account.
-std::string MakeFolder(EximServer& server, const Account& account)
+std::string MakeFolder(EximServer& server, const Account& account, const std::string& certificate)
 {
     char folder[] = "/tmp/ryn-exim-XXXXXX";
     if (mkdtemp(folder) == nullptr)
@@ -105,14 +115,16 @@ std::string MakeFolder(EximServer& server, const Account& account)
             (geteuid() == 0 && chown(path.c_str(), account.Uid, account.Gid) != 0))
             return "cannot prepare " + path;
     }
-    WriteWholeFile(server.Folder + "/users.smtp", "alice: secret1\nbob: secret2\ncarol: secret3\n");
+    WriteSecrets(server.Folder, certificate);
 
     std::string conf = ReadWholeFile(RYN_EXIM_CONF);
+    conf = FillTemplate(conf, "@SECURE@", certificate.empty() ? "" : "WITH_TLS = yes");
     conf = FillTemplate(conf, "@EXIM@", EximProgram());
     conf = FillTemplate(conf, "@USER@", account.User);
     conf = FillTemplate(conf, "@GROUP@", account.Group);
     conf = FillTemplate(conf, "@DIR@", server.Folder);
     conf = FillTemplate(conf, "@SMTP@", std::to_string(server.Port));
+    conf = FillTemplate(conf, "@SMTPS@", std::to_string(server.TlsPort));
     WriteWholeFile(server.Folder + "/exim.conf", conf);
     return "";
 }
@@ -222,7 +234,8 @@ bool WaitUntilReady(EximServer& server)
             return false;
         }
         const std::string log = ReadWholeFile(server.Folder + "/spool/mainlog");
-        if (log.find("listening for SMTP") != std::string::npos && PortListens(server.Port))
+        if (log.find("listening for SMTP") != std::string::npos && PortListens(server.Port) &&
+            (server.TlsPort == 0 || PortListens(server.TlsPort)))
             return true;
         Pause();
     }
@@ -255,7 +268,7 @@ std::vector<std::string> ListMail(const EximServer& server, const std::string& u
 
 } // namespace
 
-std::string StartExim(EximServer& server)
+std::string StartExim(EximServer& server, const std::string& certificate)
 {
     if (EximProgram().empty())
         return "no Exim on this machine: install exim4-daemon-light";
@@ -264,7 +277,8 @@ std::string StartExim(EximServer& server)
         return "no account to run the server under";
     for (int attempt = 0; attempt < StartAttempts; attempt++) {
         server.Port = FreePort();
-        const std::string problem = MakeFolder(server, account);
+        server.TlsPort = certificate.empty() ? 0 : FreePort();
+        const std::string problem = MakeFolder(server, account, certificate);
         if (!problem.empty())
             return problem;
         if (SpawnGuardian(server) && WaitUntilReady(server))

@@ -13,6 +13,7 @@
 
 struct EximServer {
     uint32_t Port = 0;
+    uint32_t TlsPort = 0; // TLS from the first byte; 0 without a certificate
     std::string Folder;  // without a separator at its end; short enough for a recipient trace name
     pid_t Guardian = 0;  // 0: not running
     int LifeHandle = -1; // write end of a pipe; the server runs while it is open
@@ -20,7 +21,11 @@ struct EximServer {
 
 // Starts the server and returns when it listens. Call it while the process has one thread. Returns
 // an empty text, or why it failed; Exim itself explains on standard error.
-std::string StartExim(EximServer& server);
+//
+// With a certificate, the path of a file that holds its key too, the server also speaks TLS and offers
+// all four logins: the secrets of users stand in Folder/users.smtp and Folder/tokens, the logins that
+// it offers in Folder/offer, and a test may write these files anew at any time.
+std::string StartExim(EximServer& server, const std::string& certificate = "");
 
 // Stops the server with all its sessions and removes the folder. A stopped server may be started
 // again and then has a new port and a new folder.
