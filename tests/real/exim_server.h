@@ -14,9 +14,9 @@
 struct EximServer {
     uint32_t Port = 0;
     uint32_t TlsPort = 0; // TLS from the first byte; 0 without a certificate
-    std::string Folder;  // without a separator at its end; short enough for a recipient trace name
-    pid_t Guardian = 0;  // 0: not running
-    int LifeHandle = -1; // write end of a pipe; the server runs while it is open
+    std::string Folder;   // without a separator at its end; short enough for a recipient trace name
+    pid_t Guardian = 0;   // 0: not running
+    int LifeHandle = -1;  // write end of a pipe; the server runs while it is open
 };
 
 // Starts the server and returns when it listens. Call it while the process has one thread. Returns
