@@ -1,5 +1,5 @@
-// The terminal and the clock. terminal.cpp and system.cpp are the two files of the host that know
-// which system they run on.
+// The terminal and the clock. Answered, like system.h, in the platform's folder: nothing in this one
+// knows which system it runs on.
 #pragma once
 
 #include <cstdint>

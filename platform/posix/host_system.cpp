@@ -1,5 +1,5 @@
 // Folders, ports, programs and signals of a POSIX system.
-#include "system.h"
+#include "host/system.h"
 
 #include <arpa/inet.h>
 #include <cerrno>

@@ -1,5 +1,5 @@
 // The terminal of a POSIX system.
-#include "terminal.h"
+#include "host/terminal.h"
 
 #include <cerrno>
 #include <chrono>
