@@ -105,6 +105,14 @@ static void DecodeGroup(const uint8_t* source, char* target)
     target[2] = static_cast<char>(bits);
 }
 
+// Bytes that whole groups give: the '=' at the end of the last one stand for none.
+static int32_t DecodedBytes(int32_t groups, const char* groupEnd)
+{
+    if (groups == 0)
+        return 0;
+    return 3 * groups - (groupEnd[-1] == '=' ? 1 : 0) - (groupEnd[-2] == '=' ? 1 : 0);
+}
+
 int32_t DecodeBase64Line(const char* source, char* target, int32_t length)
 {
     constexpr int32_t ShortestLine = 3;
@@ -116,10 +124,45 @@ int32_t DecodeBase64Line(const char* source, char* target, int32_t length)
     for (int32_t i = 0; i < groups; i++, chars += 4, place += 3)
         DecodeGroup(chars, place);
     memset(place, 0, 4); // the decoded bytes are always followed by zeros
-    if (groups == 0)
+    return DecodedBytes(groups, source + 4 * groups);
+}
+
+// Fills the carried group from the head of a line: the chars taken. It is whole at a Count of 4.
+static int32_t FillCarry(Base64Carry& carry, const char* line, int32_t length)
+{
+    int32_t taken = 0;
+    while (carry.Count > 0 && carry.Count < 4 && taken < length)
+        carry.Chars[carry.Count++] = line[taken++];
+    return taken;
+}
+
+int32_t DecodeBase64Stream(Base64Carry& carry, char* line, char* target, int32_t length)
+{
+    target[0] = 0;
+    for (int i = 0; i < 2 && length > 0 && (line[length - 1] == '\r' || line[length - 1] == '\n');
+         i++)
+        line[--length] = 0;
+    carry.Count &= 3;
+    const int32_t taken = FillCarry(carry, line, length);
+    if (carry.Count > 0 && carry.Count < 4)
         return 0;
-    const int32_t padding = (chars[-1] == '=' ? 1 : 0) + (chars[-2] == '=' ? 1 : 0);
-    return 3 * groups - padding;
+    int32_t groups = 0;
+    const char* groupEnd = carry.Chars + sizeof carry.Chars;
+    if (carry.Count == 4) {
+        DecodeGroup(reinterpret_cast<const uint8_t*>(carry.Chars), target);
+        groups = 1;
+    }
+    const char* place = line + taken;
+    const char* const end = line + length;
+    for (; end - place >= 4; place += 4, groups++) {
+        DecodeGroup(reinterpret_cast<const uint8_t*>(place), target + 3 * groups);
+        groupEnd = place + 4;
+    }
+    target[3 * groups] = 0;
+    const int32_t count = DecodedBytes(groups, groupEnd);
+    carry.Count = static_cast<uint8_t>(end - place);
+    memcpy(carry.Chars, place, carry.Count);
+    return count;
 }
 
 int32_t DecodeBase64Text(const char* source, char* target, int32_t length)

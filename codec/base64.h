@@ -25,3 +25,14 @@ int32_t DecodeBase64Line(const char* source, char* target, int32_t length);
 
 // Decodes a text line by line, at most length chars of it; nothing is carried from line to line.
 int32_t DecodeBase64Text(const char* source, char* target, int32_t length);
+
+// Chars that wait for the rest of their group on the next line of a body: how many, and which.
+struct Base64Carry {
+    uint8_t Count; // 0 to 3
+    char Chars[4];
+};
+
+// Decodes a line of a Base64 body, its line end cut off in place, with what the line before has left
+// over. Bytes decoded, less one for each '=' at the end of the last group; the target needs
+// (length + 3) / 4 * 3 + 1 bytes and ends in a zero.
+int32_t DecodeBase64Stream(Base64Carry& carry, char* line, char* target, int32_t length);
