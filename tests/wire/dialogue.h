@@ -33,7 +33,6 @@ std::string Lines(const char* step, std::initializer_list<std::string> texts);
 std::string OpenScript();                                             // 220, HELO, 250
 std::string EnvelopeScript(std::initializer_list<std::string> rcpts); // MAIL, RCPTs, DATA
 std::string IdLine();                                                 // the Message-ID line
-std::string MailerLine();                                             // with its blank at the end
 std::string HeadLines();                                              // all lines of a plain head
 std::string HeadScript(); // and the empty line behind them
 std::string ByeScript();  // QUIT, 221
@@ -46,10 +45,15 @@ std::string Conversation(const std::string& headAndBody);
 int32_t Connect(bool manual = false, uint32_t channel = 0);
 int32_t Send(const Mail& mail, bool manual = false, uint32_t channel = 0);
 int32_t Close(bool manual = false, uint32_t channel = 0);
+void Deliver(const Mail& mail, bool manual = false); // all three, which must succeed
 
 struct WireTest : HostTest {
+    // Begins a round with one channel: "whole" or "byte by byte" replies, or "manual" driving, which
+    // it answers by true. "{B}" in the script stands for the seed of the boundaries.
+    bool Begin(const std::string& script, const char* way = "whole");
+
     // Connects, sends and closes by automatic driving with replies whole and byte by byte, and by
-    // manual driving. "{B}" in the script stands for the seed of the boundaries.
+    // manual driving.
     void PlayAllWays(const std::string& script, const Mail& mail,
                      const std::function<void()>& settings = nullptr);
 

@@ -36,17 +36,13 @@ static void ExpectUsable()
 {
     const size_t before = SinkMessages().size();
     SinkListen(HostPort);
-    EXPECT_EQ(Connect(), 0);
-    EXPECT_EQ(Send({}), 0);
-    EXPECT_EQ(Close(), 0);
+    Deliver({});
     EXPECT_EQ(SinkMessages().size(), before + 1);
 }
 
 TEST_F(FaultsTest, SurvivesACutAtEveryByteOfTheServer)
 {
-    const std::string script = "S: 220-long\nS: 220 ready\nC: HELO x.example\nS: 250 hello\n" +
-                               EnvelopeScript({ "<b@y.example>" }) + "C...\nC: .\nS: 250 ok\n" +
-                               ByeScript();
+    const std::string script = "S: 220-long\n" + Conversation("C...\n");
     for (const PeerCut cut : { PEER_CUT_CLOSE, PEER_CUT_RESET, PEER_CUT_SILENCE }) {
         int64_t at = 0;
         for (bool wasCut = true; wasCut; ++at) {
@@ -79,14 +75,10 @@ TEST_F(FaultsTest, BoundsWhatAServerMaySay)
         { "endless continuation", "! flood 220-x\\r\\n 0", RYN_ERR_RESPONSE_OVERFLOW },
         { "endless line", "! flood x 0", RYN_ERR_RESPONSE_OVERFLOW },
         { "endless empty lines", "! flood \\r\\n 0", RYN_ERR_RESPONSE_OVERFLOW },
-        { "endless short lines", "! flood 2\\n 0", RYN_ERR_RESPONSE_OVERFLOW },
         { "endless zero bytes", "! flood \\x00 0", 0 },
-        { "endless continuation behind HELO", hi + "! flood 250-y\\n 0",
-          RYN_ERR_RESPONSE_OVERFLOW },
         { "no number, then silence", "S: hello there\n! silence", RYN_ERR_TIMED_OUT },
         { "half a line, then silence", hi + "S- 25\n! silence", 0 },
         { "huge number", "S: 99999999999999999999 x\n", RYN_ERR_SMTP_REPLY },
-        { "binary refusal", "S- 5\\x000\\xFF \\x01\\r\\n\n! silence", RYN_ERR_TIMED_OUT },
         { "refusal without end", "! flood 554 0", RYN_ERR_SMTP_REPLY },
     };
     for (const auto& row : rows) {
@@ -103,31 +95,10 @@ TEST_F(FaultsTest, BoundsWhatAServerMaySay)
     }
 }
 
-TEST_F(FaultsTest, TakesBinaryBytesInAReplyAsBlanks)
-{
-    HostAttach();
-    PeerScript(HostPort,
-               "S- 220-a\\x00b\\xFF\\r\\n220\\x00c\\r\\n\nC: HELO x.example\nS: 250 ok\n" +
-                   ByeScript());
-    EXPECT_EQ(Connect(), 0);
-    EXPECT_EQ(Close(), 0);
-    char text[64];
-    PeerScript(HostPort, "S- 220-a\\x00b\\xFF\\r\\n220\\x00c\\r\\n\n");
-    EXPECT_EQ(rynTestConnect(0, "server.test", HostPort, text, 60), 15);
-    EXPECT_STREQ(text, "220-a b\xFF\r\n220 c\r\n");
-    EXPECT_EQ(rynAbort(0), 1);
-}
-
 TEST_F(FaultsTest, KeepsTheHeadOfAnOverlongReply)
 {
-    HostAttach();
-    std::string greeting, reply;
-    for (int i = 0; i < 100; ++i) {
-        greeting += "S: 220-" + std::string(60, 'x') + "\n";
-        reply += "220-" + std::string(60, 'x') + "\r\n";
-    }
-    PeerScript(HostPort,
-               greeting + "S: 220 end\nC: HELO x.example\nS: 500 " + std::string(3000, 'y'));
+    const std::string greeting = Repeat("S: 220-" + std::string(60, 'x') + "\n", 100);
+    Begin(greeting + "S: 220 end\nC: HELO x.example\nS: 500 " + std::string(3000, 'y'));
     EXPECT_EQ(Connect(), RYN_ERR_SMTP_REPLY);
     EXPECT_EQ(HostDebug(0, RYN_DEBUG_LAST_REPLY), "500 " + std::string(2044, 'y'));
     PeerScript(HostPort, greeting + "S: 220 end\nC: HELO x.example\nS: 250 ok\n" + ByeScript());
@@ -139,11 +110,9 @@ TEST_F(FaultsTest, EndsWhenTheServerStopsReading)
 {
     const std::string big = Repeat(std::string(70, 'x') + "\r\n", 2000);
     for (const bool resets : { false, true }) {
-        Renew();
-        HostAttach();
+        Begin(OpenScript() + EnvelopeScript({ "<b@y.example>" }) +
+              "C...\nC: " + std::string(70, 'x') + "\n! " + (resets ? "reset" : "silence"));
         VirtualSetWindows(20000, 20000);
-        PeerScript(HostPort, OpenScript() + EnvelopeScript({ "<b@y.example>" }) + "C...\nC: " +
-                                 std::string(70, 'x') + "\n! " + (resets ? "reset" : "silence"));
         EXPECT_EQ(Connect(), 0);
         const int32_t result = Send({ .Message = big.c_str() });
         EXPECT_TRUE(result == RYN_ERR_SOCK_WRITE || (result == RYN_ERR_TIMED_OUT && !resets))
@@ -159,7 +128,7 @@ TEST_F(FaultsTest, SmallWindowsAndShortSendsChangeNoByte)
     const std::string script = Conversation(HeadScript() + "C: one\nC: two\n");
     const struct {
         size_t Window, SendLimit;
-    } rows[] = { { 1, 0 }, { 7, 0 }, { 65536, 1 }, { 65536, 5 }, { 600, 3 } };
+    } rows[] = { { 1, 0 }, { 65536, 1 }, { 600, 3 } };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.Window);
         PlayAllWays(script, {}, [&] {
@@ -167,19 +136,6 @@ TEST_F(FaultsTest, SmallWindowsAndShortSendsChangeNoByte)
             VirtualSetSendLimit(row.SendLimit);
         });
     }
-}
-
-TEST_F(FaultsTest, AsksTheNetworkAboutOnceALine)
-{
-    HostAttach();
-    SinkListen(HostPort);
-    EXPECT_EQ(Connect(), 0);
-    const int before = VirtualNetworkCounts().Polls;
-    const std::string text = Repeat("a line\r\n", 3000);
-    EXPECT_EQ(Send({ .Message = text.c_str() }), 0);
-    EXPECT_LE(VirtualNetworkCounts().Polls - before, 3000 + 300);
-    EXPECT_LE(VirtualNetworkCounts().Sends, 3000 + 30);
-    EXPECT_EQ(Close(), 0);
 }
 
 // One conversation with a log, a trace, a text file and an alternative file while a fault is armed.
@@ -229,12 +185,9 @@ INSTANTIATE_TEST_SUITE_P(Kinds, EachFault, ::testing::Range(0, static_cast<int>(
 
 TEST_F(FaultsTest, AFullDiskUnderTheLogChangesNoResult)
 {
-    HostAttach();
-    PeerScript(HostPort, Conversation(HeadScript() + "C: one\nC: two\n"));
+    Begin(Conversation(HeadScript() + "C: one\nC: two\n"));
     EXPECT_GT(HostSetText(0, RYN_LOG_FILE, Path("log")), 0);
     FaultArmFrom(FAULT_WRITE, 1);
-    EXPECT_EQ(Connect(), 0);
-    EXPECT_EQ(Send({}), 0);
-    EXPECT_EQ(Close(), 0);
+    Deliver({});
     EXPECT_TRUE(FaultDisarm());
 }

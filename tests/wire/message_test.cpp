@@ -6,9 +6,9 @@
 
 struct MessageTest : WireTest {};
 
-static std::string Mime(const std::string& type, const std::string& text, const char* end = "")
+static std::string Mime(const std::string& type, const std::string& text)
 {
-    return "--" + HostSeed() + "MIX===\r\n" + type + "\r\n" + text + end + "\r\n--" + HostSeed() +
+    return "--" + HostSeed() + "MIX===\r\n" + type + "\r\n" + text + "\r\n--" + HostSeed() +
            "MIX===--\r\n\r\n";
 }
 
@@ -39,29 +39,28 @@ TEST_F(MessageTest, PlainTextIsSevenBitAndStuffed)
         { "", "" },
         { "a", "a\r\n" },
         { "\r\n", "\r\n" },
-        { "a\r\n\r\nb\r\n", "a\r\n\r\nb\r\n" },
         { "a\nb\rc\r\r\nd", "a\r\nbc\r\nd\r\n" },
         { ".", "..\r\n" },
         { ".x\n..y\r\nz.\r\n.", "..x\r\n...y\r\nz.\r\n..\r\n" },
         { "\xC8\x01\t\x7F=~ ", "~~\t~=~ \r\n" },
         { longLine, longLine + "\r\n" },
-        { "@", "@\r\n" },
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(PeerEscape(row.Source.substr(0, 40)));
-        const auto marker = [] { HostSet(0, RYN_INDIRECTION_CHAR, '#'); };
-        EXPECT_EQ(Body({ .Message = row.Source.c_str() }, marker), row.Wire);
-        EXPECT_EQ(rynRelease(), 1);
+        EXPECT_EQ(Body({ .Message = row.Source.c_str() }), row.Wire);
     }
     EXPECT_EQ(Body({ .Message = nullptr }), "");
 }
 
 TEST_F(MessageTest, QuotedTextFoldsByTheRulesForLongLinesAndDots)
 {
-    const std::string x74(74, 'x'), x75(75, 'x'), x73(73, 'x');
+    const std::string x74(74, 'x'), x75(75, 'x'), x73(73, 'x'), x999(999, 'x');
     const struct {
         std::string Source, Wire;
+        uint32_t Length = 76; // 0 = the start value, as long as nothing was set
     } rows[] = {
+        { x999 + x999 + "xx", x999 + "=\r\n" + x999 + "=\r\nxx\r\n", 0 },
+        { x999 + ".x", x999 + ".=\r\nx\r\n", 0 },
         { "\xC8=\x01\x7F \t.", "=C8=3D=01=7F \t.\r\n" },
         { ".\n.x", "..\r\n..x\r\n" },
         { "a\nb\rc\r\n", "a\r\nbc\r\n" },
@@ -76,42 +75,26 @@ TEST_F(MessageTest, QuotedTextFoldsByTheRulesForLongLinesAndDots)
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(PeerEscape(row.Source));
-        const std::string body = Body({ .Message = row.Source.c_str() }, [] {
+        const std::string body = Body({ .Message = row.Source.c_str() }, [&] {
             HostSet(0, RYN_MESSAGE_TYPE, 4);
-            HostSet(0, RYN_MAX_LINE_LENGTH, 76);
+            if (row.Length != 0)
+                HostSet(0, RYN_MAX_LINE_LENGTH, row.Length);
         });
         const std::string type = "Content-Type: text/plain; charset=iso-8859-1\r\n";
         EXPECT_EQ(body, Mime(type + Quoted, row.Wire));
     }
 }
 
-TEST_F(MessageTest, QuotedTextFoldsAtTheStartValue)
-{
-    const std::string x999(999, 'x');
-    const struct {
-        std::string Source, Wire;
-    } rows[] = { { x999 + x999 + "xx", x999 + "=\r\n" + x999 + "=\r\nxx\r\n" },
-                 { x999 + ".x", x999 + ".=\r\nx\r\n" } };
-    for (const auto& row : rows) {
-        const std::string body =
-            Body({ .Message = row.Source.c_str() }, [] { HostSet(0, RYN_MESSAGE_TYPE, 1); });
-        EXPECT_EQ(body, Mime(std::string("Content-Type: text/plain\r\n") + Quoted, row.Wire));
-    }
-}
-
 TEST_F(MessageTest, RawCharsGoOutAsTheyAre)
 {
-    for (const uint32_t type : { 0u, 4u }) {
+    const std::string wire = "\xC8\x01=\r\n..\xFF\r\n";
+    const std::string type = "Content-Type: text/plain; charset=iso-8859-1\r\n";
+    for (const uint32_t number : { 0u, 4u }) {
         const std::string body = Body({ .Message = "\xC8\x01=\n.\xFF" }, [=] {
-            HostSet(0, RYN_MESSAGE_TYPE, type);
+            HostSet(0, RYN_MESSAGE_TYPE, number);
             HostSet(0, RYN_KEEP_RAW_CHARS, 1);
         });
-        const std::string wire = "\xC8\x01=\r\n..\xFF\r\n";
-        EXPECT_EQ(body, type == 0 ? wire
-                                  : Mime(std::string("Content-Type: text/plain; "
-                                                     "charset=iso-8859-1\r\n") +
-                                             Quoted,
-                                         wire));
+        EXPECT_EQ(body, number == 0 ? wire : Mime(type + Quoted, wire));
     }
 }
 
@@ -165,8 +148,7 @@ TEST_F(MessageTest, EachTypeHasItsContentTypeLine)
     }
     const std::string body = Body({ .Message = "a" }, [] {
         HostSet(0, RYN_MESSAGE_TYPE, 1);
-        EXPECT_EQ(HostSetText(0, RYN_TRANSFER_ENCODING_LINE, "Content-Transfer-Encoding: 8bit"),
-                  31);
+        HostSetText(0, RYN_TRANSFER_ENCODING_LINE, "Content-Transfer-Encoding: 8bit");
     });
     EXPECT_EQ(body,
               Mime("Content-Type: text/plain\r\nContent-Transfer-Encoding: 8bit\r\n", "a\r\n"));
@@ -185,8 +167,6 @@ TEST_F(MessageTest, TextComesFromAFileOrAMemoryFile)
         { "", "", 0 },
         { "one\r\n.two", "one\r\n..two\r\n", 0 },
         { big, big, 0 },
-        { big, big, 1 },
-        { zeros, "ab\r\ncd\r\nef\r\n", 0 },
         { zeros, "ab\r\ncd\r\nef\r\n", 1 },
     };
     for (const auto& row : rows) {
@@ -197,17 +177,15 @@ TEST_F(MessageTest, TextComesFromAFileOrAMemoryFile)
             const std::string body = Body({ .Message = message.c_str() }, [&] {
                 HostSet(0, RYN_MESSAGE_TYPE, row.Type);
                 const auto size = static_cast<uint32_t>(row.Source.size());
-                EXPECT_EQ(rynSetFileBuffer(0, 3, row.Source.data(), size),
-                          static_cast<int32_t>(size));
+                rynSetFileBuffer(0, 3, row.Source.data(), size);
             });
-            if (row.Type == 0)
-                EXPECT_EQ(body, row.Wire);
-            else
-                EXPECT_EQ(body,
-                          Mime(std::string("Content-Type: text/plain\r\n") + Quoted, row.Wire));
+            const std::string type = std::string("Content-Type: text/plain\r\n") + Quoted;
+            EXPECT_EQ(body, row.Type == 0 ? row.Wire : Mime(type, row.Wire));
         }
     }
-    EXPECT_EQ(ReadWholeFile(Path("text")), zeros);
+    const auto unreadable = [] { rynSetFileBuffer(0, 1, nullptr, 5); };
+    EXPECT_EQ(Body({ .Message = "@x*1" }, unreadable), "");
+    EXPECT_EQ(rynStatistics(0, RYN_STAT_NULL_SITE), 101);
 }
 
 TEST_F(MessageTest, NamesTheFileThatCannotBeOpened)
@@ -217,18 +195,14 @@ TEST_F(MessageTest, NamesTheFileThatCannotBeOpened)
         std::string Message, Shown;
     } rows[] = {
         { '@', "@" + Path("none"), Path("none") },
-        { '@', "@" + Folder, Folder },
-        { '@', "@", "" },
         { '#', "#" + Path("none") + "\r\nmore", Path("none") },
         { '@', "@x*8", "x*8" },
         { 0, "", "" },
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.Message);
-        Renew();
-        HostAttach();
+        Begin(OpenScript() + EnvelopeScript({ "<b@y.example>" }) + "C...\nC:\n");
         HostSet(0, RYN_INDIRECTION_CHAR, row.Marker);
-        PeerScript(HostPort, OpenScript() + EnvelopeScript({ "<b@y.example>" }) + "C...\nC:\n");
         EXPECT_EQ(Connect(), 0);
         EXPECT_EQ(Send({ .Message = row.Message.c_str() }), RYN_ERR_CANNOT_OPEN_FILE);
         EXPECT_EQ(HostErrorText(0, RYN_ERR_CANNOT_OPEN_FILE).substr(0, 17 + row.Shown.size()),
@@ -257,49 +231,21 @@ TEST_F(MessageTest, HeadFollowsTheSettings)
     } rows[] = {
         { {}, nullptr, x + date + to + from + tail },
         { { .Subject = nullptr }, nullptr, x + date + to + from + "ID\r\n" },
-        { { .Subject = "" }, nullptr, x + date + to + from + "ID\r\n" },
         { { .Subject = "a\tb\xE9\nc" }, nullptr, x + date + to + from + "ID\r\nSubject: a_b_\r\n" },
         { { .To = nullptr, .Cc = "B <b@y.example>;" },
           nullptr,
           x + date + from + tail + "CC: B <b@y.example>,\r\n" },
-        { { .To = nullptr, .Bcc = "<b@y.example>" }, nullptr, x + date + from + tail },
         { { .To = "C <b@y.example>;" },
           [] { HostSet(0, RYN_COMMAS_IN_ADDRESS_HEADERS, 0); },
           x + date + "To: C <b@y.example>;\r\n" + from + tail },
         { {}, [] { HostSet(0, RYN_NO_TO_HEADER, 1); }, x + date + from + tail },
-        { {},
-          [] {
-              HostSet(0, RYN_MAILER_HEADER, 2);
-              HostSet(0, RYN_NO_TO_HEADER, 0);
-          },
-          agent + date + to + from + tail },
+        { {}, [] { HostSet(0, RYN_MAILER_HEADER, 2); }, agent + date + to + from + tail },
         { {}, [] { HostSet(0, RYN_BOTH_MAILER_HEADERS, 1); }, x + agent + date + to + from + tail },
         { {}, [] { HostSet(0, RYN_BOTH_MAILER_HEADERS, 256); }, date + to + from + tail },
         { {}, [] { HostSet(0, RYN_WRITE_HEADERS, 1); }, x + agent + date + to + from + tail },
         { {},
-          [] { EXPECT_EQ(HostSetText(0, RYN_EXTRA_HEADERS, "X-A: 1\r\nX-B: \xE9\t2\r\n"), 2); },
+          [] { HostSetText(0, RYN_EXTRA_HEADERS, "X-A: 1\r\nX-B: \xE9\t2\r\n"); },
           x + date + to + from + tail + "X-A: 1\r\nX-B: __2\r\n" },
-        { {},
-          [] {
-              EXPECT_GT(HostSetText(0, RYN_ADD_EXTRA_HEADER, "X-A: 1"), 0);
-              EXPECT_GT(HostSetText(0, RYN_ADD_EXTRA_HEADER, "X-Mailer: me"), 0);
-          },
-          x + date + to + from + tail + "X-A: 1\r\nX-Mailer: me\r\n" },
-        { {},
-          [] {
-              EXPECT_GT(HostSetText(0, RYN_EXTRA_HEADERS, "X-A: 1"), 0);
-              EXPECT_EQ(HostSetText(0, RYN_EXTRA_HEADERS, "x-MAIL-agent: me"),
-                        RYN_ERR_SYSTEM_HEADER);
-          },
-          x + date + to + from + tail },
-        { {},
-          [] {
-              HostSet(0, RYN_MULTIPART_KIND, 2);
-              HostSet(0, RYN_MESSAGE_TYPE, 1);
-          },
-          x + date + to + from + tail +
-              "MIME-Version: 1.0\r\nContent-Type: "
-              "multipart/alternative; boundary=\"{B}MIX===\"\r\n" },
         { {},
           [] {
               HostSet(0, RYN_MULTIPART_KIND, 3);
@@ -308,9 +254,6 @@ TEST_F(MessageTest, HeadFollowsTheSettings)
           x + date + to + from + tail +
               "MIME-Version: 1.0\r\nContent-Type: "
               "multipart/related; boundary=\"{B}MIX===\"\r\n" },
-        { {},
-          [] { EXPECT_EQ(HostSetText(0, RYN_ZONE_STRING, "GMT (own)"), 9); },
-          x + "Date: Tue, 17 Nov 2026 22:52:06 GMT (own)\r\n" + to + from + tail },
     };
     int number = 0;
     for (const auto& row : rows) {
@@ -320,19 +263,8 @@ TEST_F(MessageTest, HeadFollowsTheSettings)
             head.replace(at, HostSeed().size(), "{B}");
         EXPECT_EQ(head, row.Head);
         HostSet(0, RYN_COMMAS_IN_ADDRESS_HEADERS, 1);
+        HostSet(0, RYN_NO_TO_HEADER, 0);
     }
-}
-
-TEST_F(MessageTest, ListsStandInTheHeadWithCommas)
-{
-    const std::string script =
-        OpenScript() + EnvelopeScript({ "<b@y>", "<c@z>", "<d@y>", "<e@z>", "<f@z>" }) +
-        MailerLine() +
-        Lines("C:", { "Date: Tue, 17 Nov 2026 22:52:06 +0100", "To: <b@y>,C <c@z>",
-                      "From: Ann <a@x.example>" }) +
-        IdLine() + Lines("C:", { "Subject: Hello", "CC: <d@y>,<e@z>", "", "one", "two", "." }) +
-        "S: 250 ok\n" + ByeScript();
-    PlayAllWays(script, { .To = "<b@y>;C <c@z>", .Cc = "<d@y>;<e@z>", .Bcc = "<f@z>" });
 }
 
 TEST_F(MessageTest, WithoutHeadersTheHostSuppliesThem)
@@ -343,35 +275,26 @@ TEST_F(MessageTest, WithoutHeadersTheHostSuppliesThem)
 
 TEST_F(MessageTest, ReplyToAndExtraHeadersLastAsTold)
 {
-    HostAttach();
     const auto message = [](const std::string& reply, const std::string& extra) {
-        return EnvelopeScript({ "<b@y.example>" }) + MailerLine() +
-               Lines("C:", { "Date: Tue, 17 Nov 2026 22:52:06 +0100", "To: <b@y.example>",
-                             "From: Ann <a@x.example>" }) +
-               reply + IdLine() + "C: Subject: Hello\n" + extra +
-               Lines("C:", { "", "one", "two", "." }) + "S: 250 ok\n";
+        return EnvelopeScript({ "<b@y.example>" }) + "C...\nC: From: Ann <a@x.example>\n" + reply +
+               IdLine() + "C: Subject: Hello\n" + extra + Lines("C:", { "", "one", "two", "." }) +
+               "S: 250 ok\n";
     };
-    PeerScript(HostPort, OpenScript() + message("C: Reply-To: R <r@r>\n", "C: X-A: 1\n") +
-                             message("C: Reply-To: any text\n", "C: X-A: 1\n") + ByeScript());
+    Begin(OpenScript() + message("C: Reply-To: R <r@r>\n", "C: X-A: 1\n") +
+          message("C: Reply-To: any text\n", "C: X-A: 1\n") + ByeScript());
     PeerScript(HostPort, OpenScript() + message("", "") + ByeScript());
     HostSetText(0, RYN_EXTRA_HEADERS, "X-A: 1");
     EXPECT_EQ(rynSmtpConnect(0, "server.test", Sender, "R <r@r>"), 0);
     EXPECT_EQ(Send({}), 0);
-    EXPECT_EQ(HostSetText(0, RYN_REPLY_TO, "any text"), 8);
+    HostSetText(0, RYN_REPLY_TO, "any text");
     EXPECT_EQ(Send({}), 0);
     EXPECT_EQ(Close(), 0);
-    EXPECT_EQ(Connect(), 0);
+    EXPECT_EQ(Connect(), 0); // a new session has neither
     EXPECT_EQ(Send({}), 0);
     EXPECT_EQ(Close(), 0);
 }
 
-TEST_F(MessageTest, ExtraLineEndsTheText)
-{
-    PlayAllWays(Conversation(HeadScript() + "C: one\nC: two\nC: -- =\xE9\n"), {},
-                [] { EXPECT_EQ(HostSetText(0, RYN_EXTRA_LINE, "-- =\xE9"), 5); });
-}
-
-TEST_F(MessageTest, LongListsLoseTheirTailInTheHeadOnly)
+TEST_F(MessageTest, ListsStandInTheHeadWithCommasAndLongOnesLoseTheirTail)
 {
     std::string to, script = "C: MAIL FROM:<a@x.example>\nS: 250 ok\n", line = "To: ";
     for (int i = 100; i < 300; ++i) {
@@ -380,45 +303,13 @@ TEST_F(MessageTest, LongListsLoseTheirTailInTheHeadOnly)
         line += (line.size() == 4 ? "" : ",") + address;
         script += "C: RCPT TO:" + address + "\nS: 250 ok\n";
     }
+    for (const char* rcpt : { "<d@y>", "<e@z>", "<f@z>" })
+        script += std::string("C: RCPT TO:") + rcpt + "\nS: 250 ok\n";
     PlayAllWays(OpenScript() + script + "C: DATA\nS: 354 go\nC...\nC: " + line.substr(0, 1023) +
-                    "\nC: From: Ann <a@x.example>\nC...\nC: .\nS: 250 ok\n" + ByeScript(),
-                { .To = to.c_str() });
-}
-
-TEST_F(MessageTest, CountsWhatWasReadAndSent)
-{
-    HostAttach();
-    SinkListen(HostPort);
-    EXPECT_EQ(Connect(), 0);
-    EXPECT_EQ(Send({ .Message = "one\r\n.two" }), 0);
-    const struct {
-        uint32_t Code;
-        int32_t Value;
-    } rows[] = { { RYN_STAT_MSG_BYTES_IN, 9 },     { RYN_STAT_ATTACH_BYTES_IN, 0 },
-                 { RYN_STAT_BYTES_IN, 9 },         { RYN_STAT_MSG_BYTES_OUT, 12 },
-                 { RYN_STAT_ATTACH_BYTES_OUT, 0 }, { RYN_STAT_BYTES_OUT, 12 } };
-    for (const auto& row : rows)
-        EXPECT_EQ(rynStatistics(0, row.Code), row.Value) << row.Code;
-    EXPECT_EQ(Close(), 0);
-}
-
-TEST_F(MessageTest, ZoneComesFromTheClockUntilItIsSet)
-{
-    HostAttach();
-    const struct {
-        int32_t Bias, Daylight;
-        const char* Zone;
-    } rows[] = { { -60, 0, "+0100" }, { -60, 1, "+0200" },  { 210, 0, "-0330" },
-                 { 0, 0, "+0000" },   { -330, 0, "+0530" }, { 480, 1, "-0700" },
-                 { 30, 0, "-0030" },  { -765, 1, "+1345" }, { -720, 0, "+1200" } };
-    for (const auto& row : rows) {
-        VirtualClockSetLocalTime({ 2027, 2, 7, 0, 1, 2, 3, row.Bias, row.Daylight });
-        EXPECT_EQ(HostSetText(0, RYN_ZONE_STRING_ALIAS, ""), 0);
-        const std::string line = std::string("Date: Sun, 7 Feb 2027 01:02:03 ") + row.Zone;
-        EXPECT_EQ(HostDebug(0, RYN_DEBUG_DATE), line);
-        VirtualClockSetLocalTime({ 2027, 2, 7, 0, 1, 2, 3, 0, 0 });
-        EXPECT_EQ(HostDebug(0, RYN_DEBUG_DATE), line); // stands until it is set anew
-    }
+                    "\nC: From: Ann <a@x.example>\n" + IdLine() +
+                    Lines("C:", { "Subject: Hello", "CC: <d@y>,E <e@z>", "", "one", "two", "." }) +
+                    "S: 250 ok\n" + ByeScript(),
+                { .To = to.c_str(), .Cc = "<d@y>;E <e@z>", .Bcc = "<f@z>" });
 }
 
 TEST_F(MessageTest, NothingOfABrokenSendReachesTheNext)
@@ -428,11 +319,8 @@ TEST_F(MessageTest, NothingOfABrokenSendReachesTheNext)
     const std::string broken = "@" + Path("text"), inMemory(5000, 'x'), next = "@" + Path("next");
     for (const std::string& first : { broken, inMemory }) {
         for (const std::string& second : { next, std::string("next") }) {
-            Renew();
-            HostAttach();
+            Begin(OpenScript() + EnvelopeScript({ "<b@y.example>" }) + "C...\nC~ x{999}=\n! reset");
             HostSet(0, RYN_MESSAGE_TYPE, 1);
-            PeerScript(HostPort, OpenScript() + EnvelopeScript({ "<b@y.example>" }) +
-                                     "C...\nC~ x{999}=\n! reset");
             PeerScript(HostPort, Conversation("C...\nC:\nC: --" + HostSeed() +
                                               "MIX===\nC...\nC:\nC: next\nC:\nC: --" + HostSeed() +
                                               "MIX===--\nC:\n"));

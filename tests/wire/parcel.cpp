@@ -57,6 +57,16 @@ std::string FilePart(const std::string& name, const std::string& content)
                 content);
 }
 
+std::string ImagePart(const char* level, const char* type, const std::string& name, int number,
+                      const std::string& content, const char* encoding)
+{
+    std::string line = "Content-Type: Image/" + std::string(type) + "; name=\"" + name + "\"";
+    if (number > 0)
+        line += "\r\nContent-ID: <message-root." + std::to_string(number) + ">";
+    return Part(level, { line, encoding, "Content-Disposition: inline; filename=\"" + name + "\"" },
+                content);
+}
+
 std::string Mixed(const std::string& parts)
 {
     return MixedHead + (PlainText + parts) + MixedEnd;

@@ -45,6 +45,11 @@ std::string Part(const char* level, std::initializer_list<std::string> lines,
                  const std::string& content);
 
 std::string FilePart(const std::string& name, const std::string& content); // a plain file in Base64
+
+// An image: the number is that of its Content-ID, 0 for none.
+std::string ImagePart(const char* level, const char* type, const std::string& name, int number,
+                      const std::string& content, const char* encoding = InBase64);
+
 std::string Mixed(const std::string& parts); // the message "one" with these parts
 
 // Lines of 76 chars (RFC 2045, 6.8), by a coder of the test's own.

@@ -48,10 +48,10 @@ struct TunnelTest : WireTest {
         WireTest::TearDown();
     }
 
-    void MakeProgram(const std::string& name, const std::string& commands, mode_t mode = 0755)
+    void MakeProgram(const std::string& name, const std::string& commands)
     {
         WriteWholeFile(Path(name), "#!/bin/sh\n" + commands + "\n");
-        chmod(Path(name).c_str(), mode);
+        chmod(Path(name).c_str(), 0755);
     }
 
     // Attaches with a log and names the tunnel program.
@@ -98,24 +98,15 @@ struct TunnelTest : WireTest {
     }
 };
 
-std::string Cid()
-{
-    return std::to_string(rynStatistics(0, RYN_STAT_CID));
-}
-
 } // namespace
 
 // --- settings ---
 
 TEST_F(TunnelTest, TellsWhatItsSettingsLack)
 {
-    EXPECT_EQ(rynSetProxySSL(0, 0, Folder.c_str(), "client.pem", "stunnel"), RYN_ERR_NOT_ATTACHED);
-    EXPECT_EQ(rynConfigSSL(1, "a = b"), RYN_ERR_NOT_ATTACHED);
     HostAttach();
     EXPECT_EQ(ConnectSecure(), RYN_ERR_PROXY_NOT_CONFIGURED);
     const std::string whole = Path("stunnel");
-    const std::string wholeCert = Path("client.pem");
-    const std::string trailing = Folder + "\\";
     const std::string longName = std::string(300, 'x');
     const char* const folder = Folder.c_str();
     const struct {
@@ -124,20 +115,15 @@ TEST_F(TunnelTest, TellsWhatItsSettingsLack)
         const char* Missing; // what RYN_ERR_NO_SUCH_FILE speaks of
     } rows[] = {
         { nullptr, "client.pem", "stunnel", RYN_ERR_NO_SERVER, "" },
-        { "", "client.pem", "stunnel", RYN_ERR_NO_SERVER, "" },
-        { folder, nullptr, "stunnel", RYN_ERR_NO_SERVER, "" },
-        { folder, "client.pem", nullptr, RYN_ERR_NO_SERVER, "" },
         { folder, "client.pem", "", RYN_ERR_NO_SERVER, "" },
         { "/no/such/folder", "client.pem", whole.c_str(), RYN_ERR_NO_SUCH_PATH, "" },
         { whole.c_str(), "client.pem", "stunnel", RYN_ERR_NO_SUCH_PATH, "" }, // a file
         { folder, "client.pem", "nothing", RYN_ERR_NO_SUCH_FILE, "\\nothing" },
         { folder, "client.pem", "/no/such/program", RYN_ERR_NO_SUCH_FILE, "/no/such/program" },
-        { folder, "client.pem", "\\no\\such", RYN_ERR_NO_SUCH_FILE, "\\no\\such" },
         { folder, "client.pem", "c:\\stunnel.exe", RYN_ERR_NO_SUCH_FILE, "c:\\stunnel.exe" },
         { folder, "client.pem", longName.c_str(), RYN_ERR_NO_SUCH_FILE, "\\x" },
         { folder, "other.pem", "stunnel", RYN_ERR_NO_SUCH_FILE, "\\other.pem" },
         { folder, "", "stunnel", RYN_ERR_NO_SUCH_FILE, "\\" },
-        { folder, "\\x.pem", "stunnel", RYN_ERR_NO_SUCH_FILE, "\\x.pem" },
         { folder, folder, "stunnel", RYN_ERR_NO_SUCH_FILE, folder }, // a folder is no certificate
     };
     for (const auto& row : rows) {
@@ -148,10 +134,9 @@ TEST_F(TunnelTest, TellsWhatItsSettingsLack)
         }
         EXPECT_EQ(ConnectSecure(), RYN_ERR_PROXY_NOT_CONFIGURED); // nothing was stored
     }
-    for (const char* cert : { "client.pem", wholeCert.c_str() })
-        for (const char* program : { "stunnel", whole.c_str() })
-            for (const char* where : { folder, trailing.c_str() })
-                EXPECT_EQ(rynSetProxySSL(7, 0, where, cert, program), 1);
+    EXPECT_EQ(rynSetProxySSL(7, 0, folder, "client.pem", whole.c_str()), 1);
+    EXPECT_EQ(rynSetProxySSL(7, 0, (Folder + "\\").c_str(), Path("client.pem").c_str(), "stunnel"),
+              1);
     EXPECT_EQ(Config(), "<no file>");
 }
 
@@ -164,39 +149,17 @@ TEST_F(TunnelTest, KeepsTheSettingsBeforeWhenAnyCheckFails)
     EXPECT_EQ(ConnectSecure(), 0);
     EXPECT_EQ(Close(), 0);
     const std::string before = Config();
-    MakeProgram("other", "exit 0");
     std::filesystem::create_directory(Path("elsewhere"));
     const std::string elsewhere = Path("elsewhere");
-    EXPECT_EQ(rynSetProxySSL(0, 1, elsewhere.c_str(), "missing.pem", Path("other").c_str()),
+    EXPECT_EQ(rynSetProxySSL(0, 1, elsewhere.c_str(), "missing.pem", Path("stunnel").c_str()),
               RYN_ERR_NO_SUCH_FILE);
-    EXPECT_EQ(rynSetProxySSL(0, 1, elsewhere.c_str(), Path("client.pem").c_str(), "missing"),
-              RYN_ERR_NO_SUCH_FILE);
-    EXPECT_EQ(rynSetCertAuth("/others", ""), RYN_ERR_NO_SERVER);
-    EXPECT_EQ(rynSetCertAuth("/others", nullptr), RYN_ERR_NO_SERVER);
     EXPECT_EQ(rynSetCertAuth("/others", "\r\nverify = 0"), RYN_ERR_NO_SERVER);
     EXPECT_EQ(rynConfigSSL(2, "verify = 0"), RYN_ERR_NO_SUCH_OPTION);
-    EXPECT_EQ(rynConfigSSL(0, nullptr), RYN_ERR_NO_SUCH_OPTION);
-    EXPECT_EQ(rynConfigSSL(1, ""), RYN_ERR_NO_SERVER);
-    EXPECT_EQ(rynConfigSSL(1, nullptr), RYN_ERR_NO_SERVER);
     Serve();
     EXPECT_EQ(ConnectSecure(), 0);
     EXPECT_EQ(Close(), 0);
     EXPECT_EQ(Config(), before);
     EXPECT_TRUE(std::filesystem::is_empty(elsewhere)); // no probe file stays
-}
-
-TEST_F(TunnelTest, ForgetsItsSettingsAtAttach)
-{
-    Configure();
-    EXPECT_EQ(rynSetCertAuth(nullptr, "/ca.pem"), 7);
-    rynRelease();
-    HostAttach();
-    EXPECT_EQ(ConnectSecure(), RYN_ERR_PROXY_NOT_CONFIGURED);
-    EXPECT_EQ(rynSetProxySSL(0, 0, Folder.c_str(), "client.pem", "stunnel"), 1);
-    Serve();
-    EXPECT_EQ(ConnectSecure(), 0);
-    EXPECT_EQ(Config().find("CAfile"), std::string::npos);
-    EXPECT_EQ(Close(), 0);
 }
 
 TEST_F(TunnelTest, LogsWhichFilesServe)
@@ -232,14 +195,10 @@ TEST_F(TunnelTest, WritesTheConfigurationByteForByte)
           false },
         { 1, 587, nullptr, nullptr, nullptr, "mail.test", "*", "yes", "", "mail.test:587", "smtp",
           "", false },
-        { 2, 25, "/c", nullptr, nullptr, "mail.test", "", "no", "", "mail.test:25", "smtp", "",
-          false },
         { 3, 465, nullptr, "/c/ca.pem", nullptr, "mail.test", "", "yes", "", "mail.test:465", "",
           "", true },
         { 0, 587, "\\c\\", "\\c\\ca.pem", "debug = 7", "mail.test", "*", "no", "debug = 7\r\n",
           "mail.test:587", "smtp", "CApath = \\c\r\n", true },
-        { 0, 465, "", "/c/ca.pem", "a = 1\nb = 2\n", "mail.test", "*", "no", "a = 1\nb = 2\n",
-          "mail.test:465", "", "", true },
         { 0, 465, "/c\r\nverify = 0", "/c/ca.pem\nverify = 0", "a\r", "mail.test\r\nverify = 0",
           "*", "no", "a\r\r\n", "mail.test:465", "", "CApath = /c\r\n", true },
         { 0, 0x10000 + 465, nullptr, nullptr, nullptr, "mail.test\nx", "*", "no", "",
@@ -260,7 +219,8 @@ TEST_F(TunnelTest, WritesTheConfigurationByteForByte)
         EXPECT_EQ(Close(), 0);
         const std::string caFile = row.CaFile == nullptr ? "" : row.CaFile;
         const std::string host(row.Connect, strcspn(row.Connect, ":"));
-        std::string wanted = "; Configuration file (CID " + Cid() + ")\r\n";
+        std::string wanted =
+            "; Configuration file (CID " + std::to_string(rynStatistics(0, RYN_STAT_CID)) + ")\r\n";
         if (*row.Output != 0)
             wanted += "output = " + Folder + "\\SmtpLog(0).txt\r\n";
         wanted += "taskbar = " + std::string(row.Taskbar) + "\r\ncert = " + Folder +
@@ -273,9 +233,8 @@ TEST_F(TunnelTest, WritesTheConfigurationByteForByte)
                       "CAfile = " + caFile.substr(0, caFile.find('\n')) +
                       "\r\ncheckHost = " + host + "\r\nOCSPaia = yes\r\n";
         EXPECT_EQ(Config(), wanted);
-        struct stat info = {};
-        EXPECT_EQ(stat(Path("SmtpConfig(0).txt").c_str(), &info), 0);
-        EXPECT_EQ(info.st_mode & 0777U, 0600U);
+        EXPECT_EQ(std::filesystem::status(Path("SmtpConfig(0).txt")).permissions(),
+                  std::filesystem::perms{ 0600 });
     }
 }
 
@@ -285,10 +244,8 @@ TEST_F(TunnelTest, BoundsTheHostsOwnLines)
         size_t Chars;
         const char* End;
         int32_t Result;
-    } rows[] = {
-        { 1, "", 3 },       { 1, "\n", 2 },       { 1, "\r\n", 3 },   { 1021, "\n", 1022 },
-        { 1022, "", 1024 }, { 1022, "\n", 1024 }, { 1023, "", 1024 }, { 5000, "\n", 1024 }
-    };
+    } rows[] = { { 1, "", 3 },         { 1, "\n", 2 },     { 1021, "\n", 1022 },
+                 { 1022, "\n", 1024 }, { 1023, "", 1024 }, { 5000, "\n", 1024 } };
     for (const auto& row : rows) {
         SCOPED_TRACE(std::to_string(row.Chars) + row.End);
         Renew();
@@ -330,11 +287,6 @@ TEST_F(TunnelTest, RefusesAConfigurationThatCannotBeMade)
         EXPECT_EQ(std::filesystem::exists(deep + "/SmtpConfig(0).txt"), fits);
         EXPECT_EQ(Close(), 0);
     }
-    Renew();
-    Configure();
-    std::filesystem::create_directory(Path("SmtpConfig(0).txt"));
-    EXPECT_EQ(ConnectSecure(), RYN_ERR_CANNOT_CREATE_FILE);
-    EXPECT_EQ(ChildProcesses().size(), 0U);
 }
 
 TEST_F(TunnelTest, RefusesAConfigurationThatTheDiskDoesNotTake)
@@ -351,11 +303,10 @@ TEST_F(TunnelTest, RefusesAConfigurationThatTheDiskDoesNotTake)
         struck = FaultDisarm();
         EXPECT_EQ(result, struck ? RYN_ERR_CANNOT_CREATE_FILE : 0);
         EXPECT_EQ(ChildProcesses().size(), struck ? 0U : 1U);
-        if (struck) {
+        if (struck)
             PeersReset();
-        } else {
+        else
             EXPECT_EQ(Close(), 0);
-        }
     }
     EXPECT_EQ(nth, 10); // 8 lines
 }
@@ -411,38 +362,20 @@ TEST_F(TunnelTest, RunsFromTheConnectToTheCloseOrTheRelease)
     EXPECT_EQ(rynAbort(0), 1);
 
     const std::string config = Config();
-    Serve("! silence\n");
+    Serve("! silence\n"); // without a secure port the tunnel is used as it stands
     EXPECT_EQ(rynSmtpConnectSSL(0, LocalPort, 0, nullptr, "u", "p", Sender, nullptr, "nowhere"), 0);
     EXPECT_EQ(LastPid(), second);
     EXPECT_EQ(Config(), config);
-    EXPECT_EQ(ChildProcesses().size(), 1U);
-    rynRelease();
-    EXPECT_FALSE(ProcessExists(second));
-}
+    EXPECT_EQ(rynAbort(0), 1);
 
-TEST_F(TunnelTest, IsStartedAnewWhenItHasEndedByItself)
-{
-    for (const bool killed : { false, true }) {
-        Renew();
-        if (!killed)
-            MakeProgram("stunnel", "exit 3");
-        Configure();
-        Serve("! silence\n");
-        EXPECT_EQ(ConnectSecure(), 0);
-        const int32_t first = LastPid();
-        if (killed)
-            kill(first, SIGKILL);
-        AwaitEnd(first);
-        EXPECT_EQ(rynAbort(0), 1);
-        MakeProgram("stunnel", "exec sleep 100");
-        Serve();
-        EXPECT_EQ(ConnectSecure(), 0);
-        const int32_t second = LastPid();
-        EXPECT_NE(first, second);
-        EXPECT_EQ(ChildProcesses(), std::vector<int32_t>{ second });
-        EXPECT_EQ(Close(), 0);
-        EXPECT_EQ(ChildProcesses(), std::vector<int32_t>());
-    }
+    kill(second, SIGKILL);
+    AwaitEnd(second);
+    Serve("! silence\n");
+    EXPECT_EQ(ConnectSecure(), 0); // starts it anew
+    EXPECT_EQ(ChildProcesses(), std::vector<int32_t>{ LastPid() });
+    EXPECT_NE(LastPid(), second);
+    rynRelease();
+    EXPECT_EQ(ChildProcesses(), std::vector<int32_t>());
 }
 
 TEST_F(TunnelTest, EndsTheTunnelsOfAllChannels)
@@ -458,65 +391,30 @@ TEST_F(TunnelTest, EndsTheTunnelsOfAllChannels)
     EXPECT_EQ(ChildProcesses().size(), 0U);
 }
 
-TEST_F(TunnelTest, FindsItsHost)
+TEST_F(TunnelTest, RunsOnThisComputerUnlessTold)
 {
     char computer[64];
     osComputerName(computer, sizeof computer);
-    const struct {
-        const char* Proxy;
-        std::string Host;
-    } rows[] = { { "tunnel.test", "tunnel.test" },
-                 { nullptr, computer[0] != 0 ? computer : "127.0.0.1" },
-                 { "", computer[0] != 0 ? computer : "127.0.0.1" } };
-    for (const auto& row : rows) {
-        Renew();
-        VirtualAddName("tunnel.test", 0x0A000033);
-        if (computer[0] != 0)
-            VirtualAddName(computer, 0x0A000034);
-        Configure();
-        Serve();
-        EXPECT_EQ(rynSmtpConnectSSL(0, 0x10000 + LocalPort, 465, "mail.test", "u", "p", Sender, "",
-                                    row.Proxy),
-                  0);
-        EXPECT_EQ(Close(), 0);
-        EXPECT_NE(LogFrom("<104:").find("\r\nServer = '" + row.Host + "'\r\n"), std::string::npos);
-        EXPECT_NE(Log().find(row.Proxy == nullptr ? ",'','0')\r\n"
-                                                  : ",'','" + std::string(row.Proxy) + "')\r\n"),
-                  std::string::npos);
-    }
+    const char* const own = computer[0] != 0 ? computer : "127.0.0.1";
+    VirtualAddName(own, 0x0A000034);
+    Configure();
+    Serve();
+    EXPECT_EQ(rynSmtpConnectSSL(0, 0x10000 + LocalPort, 465, "mail.test", "u", "p", Sender, "", ""),
+              0);
+    EXPECT_EQ(Close(), 0);
+    EXPECT_NE(LogFrom("<104:").find("\r\nServer = '" + std::string(own) + "'\r\n"),
+              std::string::npos);
 }
 
 TEST_F(TunnelTest, TellsWhyATunnelCannotStart)
 {
     WriteWholeFile(Path("plain.txt"), "no program\n");
-    WriteWholeFile(Path("noise"), "\x01\x02\x03");
-    chmod(Path("noise").c_str(), 0755);
-    const struct {
-        const char* Program;
-        int Error;
-    } rows[] = { { "plain.txt", EACCES }, { "noise", ENOEXEC } };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.Program);
-        Renew();
-        Configure(0, row.Program);
-        EXPECT_EQ(ConnectSecure(), RYN_ERR_PROXY_START);
-        EXPECT_EQ(LogFrom("Stunnel could"),
-                  std::string("Stunnel could not be started (chan 0)\r\n") + strerror(row.Error));
-        EXPECT_EQ(VirtualNetworkCounts().Creates, 0);
-        EXPECT_EQ(rynClose(0), 0);
-        EXPECT_EQ(ChildProcesses().size(), 0U);
-    }
-}
-
-TEST_F(TunnelTest, FailsWhenNobodyListens)
-{
-    Configure();
-    HostSet(0, RYN_CONNECT_ATTEMPTS, 3);
-    EXPECT_EQ(ConnectSecure(), RYN_ERR_CONNECT_FAILED);
-    EXPECT_EQ(VirtualNetworkCounts().Connects, 3);
-    EXPECT_GE(VirtualClockSpent(), 100U + 3 * 500U);
-    EXPECT_EQ(ChildProcesses().size(), 1U); // its log is the place to look
-    EXPECT_EQ(Close(), 0);
+    Configure(0, "plain.txt");
+    EXPECT_EQ(ConnectSecure(), RYN_ERR_PROXY_START);
+    EXPECT_EQ(LogFrom("Stunnel could"),
+              std::string("Stunnel could not be started (chan 0)\r\n") + strerror(EACCES));
+    EXPECT_EQ(VirtualNetworkCounts().Creates, 0);
+    EXPECT_EQ(rynClose(0), 0);
     EXPECT_EQ(ChildProcesses().size(), 0U);
 }
 
@@ -529,15 +427,8 @@ TEST_F(TunnelTest, TellsArgumentsThatAreMissing)
         const char *Server, *User, *Password, *From;
         int32_t Status;
     } rows[] = {
-        { 465, nullptr, "u", "p", Sender, RYN_ERR_NO_SERVER },
-        { 465, "s", nullptr, "p", Sender, RYN_ERR_NO_SERVER },
-        { 465, "s", "u", nullptr, Sender, RYN_ERR_NO_SERVER },
         { 465, "s", "", "p", Sender, RYN_ERR_EMPTY_ARGUMENT },
-        { 465, "s", "u", "", Sender, RYN_ERR_EMPTY_ARGUMENT },
         { 465, "s", "u", longPassword.c_str(), Sender, RYN_ERR_PASSWORD_TOO_LONG },
-        { 0, nullptr, nullptr, "p", Sender, RYN_ERR_NO_SERVER },
-        { 0, nullptr, "u", nullptr, Sender, RYN_ERR_NO_SERVER },
-        { 0, nullptr, "u", "p", nullptr, RYN_ERR_FROM_IS_NULL },
         { 0, nullptr, "u", "p", "a@b.c", RYN_ERR_MISSING_LEFT_ANGLE },
         { 0, nullptr, "u", "p", Sender, RYN_ERR_SERVER_NOT_FOUND }, // no name was ever set
     };
@@ -548,15 +439,12 @@ TEST_F(TunnelTest, TellsArgumentsThatAreMissing)
         EXPECT_EQ(ChildProcesses().size(), 0U);
     }
     EXPECT_EQ(Config(), "<no file>");
-    EXPECT_EQ(rynSmtpConnectSSL(9, 1, 2, "s", "u", "p", Sender, "", ""), RYN_ERR_CHANNEL_RANGE);
 }
 
 // --- programs ---
 
 TEST_F(TunnelTest, StartsAndEndsPrograms)
 {
-    EXPECT_EQ(rynStartProgram(Sleeper), RYN_ERR_NOT_ATTACHED);
-    EXPECT_EQ(rynKillProgram(0, 0), RYN_ERR_NOT_ATTACHED);
     HostAttach();
     HostSetText(0, RYN_LOG_FILE, Path("log"));
     EXPECT_EQ(rynStartProgram(nullptr), RYN_ERR_NULL_POINTER);
@@ -574,15 +462,7 @@ TEST_F(TunnelTest, StartsAndEndsPrograms)
     EXPECT_EQ(rynKillProgram(0, 7), 1);
     EXPECT_FALSE(ProcessExists(pids[0]));
     EXPECT_TRUE(ProcessExists(pids[1]));
-    EXPECT_EQ(rynKillProgram(0, 7), 0); // free by now
     EXPECT_EQ(rynKillProgram(1, 0), 1);
-    const std::string first = std::to_string(pids[0]);
-    const std::string second = std::to_string(pids[1]);
-    EXPECT_EQ(LogFrom("CreateProcess 0"),
-              "CreateProcess 0: pid=" + first + " thr=0: \nCreateProcess 1: pid=" + second +
-                  " thr=0: \nTerminateProcess 0: pid=" + first +
-                  " thr=0\n.TerminateProcess 0: pid=0 thr=0\nTerminateProcess 1: pid=" + second +
-                  " thr=0\n.");
 }
 
 TEST_F(TunnelTest, LeavesNoZombieOfAProgramThatEndedByItself)
@@ -609,7 +489,6 @@ TEST_F(TunnelTest, HoldsSixtyFourPrograms)
     // The program runs, but nobody can end it by its entry: this is what the host is told.
     EXPECT_EQ(rynStartProgram(Sleeper), -1);
     EXPECT_EQ(ConnectSecure(), RYN_ERR_PROXY_START);
-    EXPECT_NE(Log().find("Stunnel could not be started (chan 0)\r\n"), std::string::npos);
     EXPECT_EQ(rynKillProgram(63, 0), 1);
     EXPECT_EQ(rynKillProgram(10, 0), 1);
     EXPECT_EQ(rynStartProgram(Sleeper), 10); // the first free one
@@ -627,20 +506,17 @@ TEST_F(TunnelTest, HoldsSixtyFourPrograms)
 TEST_F(TunnelTest, GivesAProgramItsWords)
 {
     MakeProgram("words", "for w; do printf '[%s]\\n' \"$w\"; done >\"$0.out\"");
-    MakeProgram("two words", "for w; do printf '[%s]\\n' \"$w\"; done >\"$0.out\"");
     HostAttach();
     HostSetText(0, RYN_LOG_FILE, Path("log"));
     const std::string backslashed = "\\" + Path("words").substr(1);
     const struct {
-        std::string Line, File;
+        std::string Line;
         const char* Words;
     } rows[] = {
-        { Path("words") + " a  b ", "words", "[a]\n[b]\n" },
-        { "  " + backslashed + " c\\d \"e\\f\" \"g h\"i", "words", "[c/d]\n[e\\f]\n[g hi]\n" },
-        { Path("words") + " \"\" x\"\"y \"open end", "words", "[]\n[xy]\n[open end]\n" },
-        { Path("words") + " $HOME *;`(0)' &|<>", "words", "[$HOME]\n[*;`(0)']\n[&|<>]\n" },
-        { "\"" + Path("two words") + "\" a", "two words", "[a]\n" },
-        { Path("words") + Repeat(" w", 62), "words", nullptr },
+        { "  " + backslashed + " c\\d \"e\\f\" \"g h\"i", "[c/d]\n[e\\f]\n[g hi]\n" },
+        { Path("words") + " \"\" x\"\"y \"open end", "[]\n[xy]\n[open end]\n" },
+        { Path("words") + " $HOME *;`(0)' &|<>", "[$HOME]\n[*;`(0)']\n[&|<>]\n" },
+        { Path("words") + Repeat(" w", 62), nullptr },
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.Line);
@@ -648,7 +524,7 @@ TEST_F(TunnelTest, GivesAProgramItsWords)
         ASSERT_GE(entry, 0);
         AwaitEnd(LastPid());
         EXPECT_EQ(rynKillProgram(entry, 0), 1);
-        EXPECT_EQ(ReadWholeFile(Path(row.File) + ".out"),
+        EXPECT_EQ(ReadWholeFile(Path("words") + ".out"),
                   row.Words == nullptr ? Repeat("[w]\n", 62) : row.Words);
     }
     EXPECT_EQ(rynStartProgram((Path("words") + Repeat(" w", 63)).c_str()), -1); // too many
