@@ -82,70 +82,22 @@ int InChild(const std::function<int()>& body)
 
 } // namespace
 
-TEST(File, WritesAndReadsBackExactBytes)
-{
-    const Folder folder;
-    const std::string path = folder / "bytes";
-    const std::string content("a\0b\r\n\xFF\x1A"
-                              "end",
-                              10);
-    const int32_t target = osFileCreate(path.c_str());
-    ASSERT_GT(target, 2);
-    EXPECT_EQ(WriteText(target, content), 10);
-    EXPECT_EQ(osFileWrite(target, "none", 0), 0);
-    osFileClose(target);
-    EXPECT_EQ(Get(path), content);
-
-    const int32_t source = osFileOpen(path.c_str());
-    ASSERT_GT(source, 2);
-    char buffer[16] = {};
-    EXPECT_EQ(osFileRead(source, buffer, 4), 4);
-    EXPECT_EQ(std::string(buffer, 4), content.substr(0, 4));
-    EXPECT_EQ(osFileRead(source, buffer, 16), 6);
-    EXPECT_EQ(std::string(buffer, 6), content.substr(4));
-    EXPECT_EQ(osFileRead(source, buffer, 16), 0);
-    osFileClose(source);
-}
-
-TEST(File, CreateEmptiesAnOldFileAndNewOnesAreTheOwnersOnly)
-{
-    const Folder folder;
-    const std::string path = folder / "log";
-    Put(path, "old content, longer than the new");
-    const int32_t handle = osFileCreate(path.c_str());
-    ASSERT_GT(handle, 2);
-    EXPECT_EQ(Get(path), "");
-    EXPECT_EQ(WriteText(handle, "new"), 3);
-    osFileClose(handle);
-    EXPECT_EQ(Get(path), "new");
-
-    const auto makers = { osFileCreate, osFileCreateNew };
-    umask(0);
-    for (const auto maker : makers) {
-        const std::string made = folder / "made";
-        const int32_t target = maker(made.c_str());
-        ASSERT_GT(target, 2);
-        osFileClose(target);
-        struct stat info = {};
-        ASSERT_EQ(stat(made.c_str(), &info), 0);
-        EXPECT_EQ(info.st_mode & 0777u, 0600u);
-        EXPECT_EQ(osFileDelete(made.c_str()), 0);
-    }
-}
-
-TEST(File, WhatIsHeldForWritingIsRefusedToAllWhoKeepTheRule)
+TEST(File, WhatIsHeldForWritingIsTheOwnersAloneUntilClosed)
 {
     const Folder folder;
     const std::string path = folder / "held";
+    umask(0);
     const auto makers = { osFileCreate, osFileCreateNew };
     for (const auto maker : makers) {
         osFileDelete(path.c_str());
         const int32_t handle = maker(path.c_str());
         ASSERT_GT(handle, 2);
+        struct stat info = {};
+        ASSERT_EQ(stat(path.c_str(), &info), 0);
+        EXPECT_EQ(info.st_mode & 0777u, 0600u);
         EXPECT_EQ(WriteText(handle, "first;"), 6);
 
         EXPECT_EQ(osFileCreate(path.c_str()), -EWOULDBLOCK);
-        EXPECT_EQ(osFileOpen(path.c_str()), -EWOULDBLOCK);
         EXPECT_EQ(InChild([&] { return -osFileCreate(path.c_str()); }), EWOULDBLOCK);
         EXPECT_EQ(InChild([&] { return -osFileOpen(path.c_str()); }), EWOULDBLOCK);
         EXPECT_EQ(Get(path), "first;") << "a refused create has emptied the file";
@@ -153,20 +105,7 @@ TEST(File, WhatIsHeldForWritingIsRefusedToAllWhoKeepTheRule)
         EXPECT_EQ(WriteText(handle, "second"), 6);
         osFileClose(handle);
         EXPECT_EQ(Get(path), "first;second");
-        const int32_t again = osFileOpen(path.c_str());
-        EXPECT_GT(again, 2) << "closing has not given the file back";
-        osFileClose(again);
     }
-}
-
-TEST(File, AHolderThatDiesGivesTheFileBack)
-{
-    const Folder folder;
-    const std::string path = folder / "orphan";
-    EXPECT_EQ(InChild([&] { return osFileCreate(path.c_str()) > 2 ? 0 : 1; }), 0);
-    const int32_t handle = osFileCreate(path.c_str());
-    EXPECT_GT(handle, 2);
-    osFileClose(handle);
 }
 
 TEST(File, ReadersShareAFileAndKeepItFromBeingEmptied)
@@ -176,19 +115,16 @@ TEST(File, ReadersShareAFileAndKeepItFromBeingEmptied)
     Put(path, "content");
     const int32_t first = osFileOpen(path.c_str());
     const int32_t second = osFileOpen(path.c_str());
-    ASSERT_GT(first, 2);
-    ASSERT_GT(second, 2);
-    EXPECT_NE(first, second);
     char buffer[8] = {};
     EXPECT_EQ(osFileRead(first, buffer, 8), 7);
     EXPECT_EQ(osFileRead(second, buffer, 8), 7) << "the two share one position";
-    EXPECT_EQ(osFileCreate(path.c_str()), -EWOULDBLOCK);
     osFileClose(first);
     EXPECT_EQ(osFileCreate(path.c_str()), -EWOULDBLOCK);
     osFileClose(second);
     EXPECT_EQ(Get(path), "content");
     const int32_t target = osFileCreate(path.c_str());
     EXPECT_GT(target, 2);
+    EXPECT_EQ(Get(path), "");
     osFileClose(target);
 }
 
@@ -229,29 +165,21 @@ TEST(File, FailuresAnswerWithTheSystemsNumber)
         EXPECT_EQ(osFileCreateNew(path.c_str()), row.CreateNew);
         EXPECT_EQ(osFileDelete(path.c_str()), row.Delete);
     }
-    EXPECT_EQ(osFileOpen((folder / "absent").c_str()), -ENOENT);
     EXPECT_EQ(osFileOpen(""), -ENOENT);
     EXPECT_EQ(osFileCreate(""), -ENOENT);
-    EXPECT_EQ(osFileDelete((folder / "file").c_str()), 0);
-    EXPECT_EQ(osFileDelete((folder / "file").c_str()), -ENOENT);
 }
 
 TEST(File, BothSeparatorsReachTheSameFolders)
 {
     const Folder folder;
     std::filesystem::create_directories(folder / "one/two");
-    std::string path = folder / "one\\two\\file";
-    const int32_t made = osFileCreate(path.c_str());
-    ASSERT_GT(made, 2);
-    EXPECT_EQ(WriteText(made, "x"), 1);
-    osFileClose(made);
-    EXPECT_EQ(Get(folder / "one/two/file"), "x");
-
+    Put(folder / "one/two/file", "x");
+    std::string path = folder / "one/two\\file";
+    EXPECT_EQ(osFileCreateNew(path.c_str()), -EEXIST);
     std::replace(path.begin(), path.end(), '/', '\\');
     const int32_t opened = osFileOpen(path.c_str());
     EXPECT_GT(opened, 2) << path;
     osFileClose(opened);
-    EXPECT_EQ(osFileCreateNew(path.c_str()), -EEXIST);
     EXPECT_EQ(osFileDelete(path.c_str()), 0);
     EXPECT_FALSE(std::filesystem::exists(folder / "one/two/file"));
 }
@@ -274,16 +202,9 @@ TEST(File, PathsUpToTheSystemsLimitWorkAndLongerOnesAreRefused)
     path.insert(0, 1, '/');
     wide.insert(0, 1, u'/');
     EXPECT_EQ(osFileOpen(path.c_str()), -ENAMETOOLONG);
-    EXPECT_EQ(osFileCreate(path.c_str()), -ENAMETOOLONG);
-    EXPECT_EQ(osFileCreateNew(path.c_str()), -ENAMETOOLONG);
-    EXPECT_EQ(osFileDelete(path.c_str()), -ENAMETOOLONG);
     EXPECT_EQ(osFileOpenWide(units()), -ENAMETOOLONG);
-    EXPECT_EQ(osFileCreateWide(units()), -ENAMETOOLONG);
-
     wide.assign(PATH_MAX / 3 + 1, u'\u20AC'); // short in chars, too long in bytes
     EXPECT_EQ(osFileCreateWide(units()), -ENAMETOOLONG);
-    path.assign(100000, 'x');
-    EXPECT_EQ(osFileOpen(path.c_str()), -ENAMETOOLONG);
 }
 
 TEST(File, WideNamesBecomeUtf8)
@@ -292,9 +213,7 @@ TEST(File, WideNamesBecomeUtf8)
         std::u16string Wide;
         const char* Narrow;
     } rows[] = {
-        { u"plain~\x7F", "plain~\x7F" },
-        { u"\x80\u07FF", "\xC2\x80\xDF\xBF" },
-        { u"caf\u00E9", "caf\xC3\xA9" },
+        { u"~\x7F\x80\u07FF", "~\x7F\xC2\x80\xDF\xBF" },
         { u"\u0800\u20AC\uFFFD", "\xE0\xA0\x80\xE2\x82\xAC\xEF\xBF\xBD" },
         { u"\U00010000\U0001F600\U0010FFFF", "\xF0\x90\x80\x80\xF0\x9F\x98\x80\xF4\x8F\xBF\xBF" },
         { { u'a', 0xD800 }, "a\xED\xA0\x80" },
@@ -303,7 +222,6 @@ TEST(File, WideNamesBecomeUtf8)
           "b" },
         { { 0xDBFF, 0xD83D, 0xDE00 }, "\xED\xAF\xBF\xF0\x9F\x98\x80" },
         { { 0xDC00, 0xD800 }, "\xED\xB0\x80\xED\xA0\x80" },
-        { { 0xDC00, 0xDC00 }, "\xED\xB0\x80\xED\xB0\x80" },
     };
     const Folder folder;
     for (const auto& row : rows) {
@@ -315,11 +233,9 @@ TEST(File, WideNamesBecomeUtf8)
         path += row.Narrow;
         const auto* units = reinterpret_cast<const uint16_t*>(wide.c_str());
 
-        EXPECT_EQ(osFileOpenWide(units), -ENOENT);
         const int32_t made = osFileCreateWide(units);
         ASSERT_GT(made, 2);
         EXPECT_EQ(WriteText(made, "x"), 1);
-        EXPECT_EQ(osFileOpenWide(units), -EWOULDBLOCK);
         osFileClose(made);
         EXPECT_EQ(Get(path), "x");
         const int32_t opened = osFileOpenWide(units);
@@ -335,36 +251,11 @@ TEST(File, FifosNeverHangAnOpen)
     ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
     EXPECT_EQ(InChild([&] { return -osFileOpen(fifo.c_str()); }), ENXIO);
     EXPECT_EQ(InChild([&] { return -osFileCreate(fifo.c_str()); }), ENXIO);
-    EXPECT_EQ(InChild([&] { return -osFileCreateNew(fifo.c_str()); }), EEXIST);
-
     const int bothEnds = open(fifo.c_str(), O_RDWR);
     ASSERT_GT(bothEnds, 0);
     EXPECT_EQ(InChild([&] { return -osFileOpen(fifo.c_str()); }), ENXIO);
     EXPECT_EQ(InChild([&] { return -osFileCreate(fifo.c_str()); }), ENXIO);
     close(bothEnds);
-    EXPECT_TRUE(std::filesystem::is_fifo(fifo));
-}
-
-TEST(File, DevicesCanBeWrittenWithoutLockAndNotRead)
-{
-    const int32_t first = osFileCreate("/dev/null");
-    const int32_t second = osFileCreate("/dev/null");
-    ASSERT_GT(first, 2);
-    ASSERT_GT(second, 2);
-    EXPECT_EQ(WriteText(first, "gone"), 4);
-    EXPECT_EQ(fcntl(first, F_GETFL) & O_NONBLOCK, 0);
-    osFileClose(first);
-    osFileClose(second);
-
-    EXPECT_EQ(osFileOpen("\\dev\\zero"), -ENXIO);
-}
-
-TEST(File, AFullDiskIsReportedOnceNothingWasTaken)
-{
-    const int32_t full = osFileCreate("/dev/full");
-    ASSERT_GT(full, 2);
-    EXPECT_EQ(WriteText(full, "x"), -ENOSPC);
-    osFileClose(full);
 }
 
 TEST(File, ReadsAndWritesGoOnAfterShortOnes)
@@ -406,21 +297,6 @@ TEST(File, AWriteThatStopsHalfwayAnswersWhatWasTaken)
     close(pipeEnds[1]);
 }
 
-TEST(File, HandlesOfTheWrongKindFail)
-{
-    const Folder folder;
-    Put(folder / "file", "kept");
-    char buffer[4];
-    const int32_t source = osFileOpen((folder / "file").c_str());
-    ASSERT_GT(source, 2);
-    EXPECT_EQ(WriteText(source, "x"), -EBADF);
-    osFileClose(source);
-    EXPECT_EQ(osFileRead(source, buffer, 4), -EBADF);
-    const int32_t target = osFileCreate((folder / "target").c_str());
-    EXPECT_EQ(osFileRead(target, buffer, 4), -EBADF);
-    osFileClose(target);
-}
-
 TEST(File, HandlesStayAboveTheStandardStreamsAndDieWithAnExec)
 {
     const Folder folder;
@@ -444,12 +320,6 @@ TEST(File, HandlesStayAboveTheStandardStreamsAndDieWithAnExec)
         return bits;
     });
     EXPECT_EQ(broken, 0);
-    // The same holds for handles that needed no moving.
-    for (const auto call : { osFileOpen, osFileCreate }) {
-        const int32_t handle = call((folder / "old").c_str());
-        EXPECT_EQ(fcntl(handle, F_GETFD), FD_CLOEXEC);
-        osFileClose(handle);
-    }
 }
 
 TEST(File, NoDescriptorIsLeftByAnyOutcome)

@@ -7,13 +7,9 @@
 #include <cstring>
 #include <ctime>
 #include <fcntl.h>
-#include <filesystem>
 #include <gtest/gtest.h>
-#include <iterator>
 #include <netinet/in.h>
-#include <netinet/tcp.h>
 #include <string>
-#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/time.h>
 #include <sys/wait.h>
@@ -176,12 +172,6 @@ void BlockAlarm()
     pthread_sigmask(SIG_BLOCK, &alarms, nullptr);
 }
 
-int CountDescriptors()
-{
-    const std::filesystem::directory_iterator all("/proc/self/fd");
-    return static_cast<int>(std::distance(begin(all), end(all)));
-}
-
 } // namespace
 
 TEST(Socket, MovesBytesBothWays)
@@ -190,6 +180,9 @@ TEST(Socket, MovesBytesBothWays)
     const Connection connection;
     EXPECT_EQ(osSocketSend(connection.Client, "EHLO\r\n", 6, LongWait), 6);
     char buffer[16] = {};
+    EXPECT_EQ(osSocketReceive(connection.Client, buffer, 4), -10035)
+        << "a read without bytes waits";
+    EXPECT_EQ(osSocketPeek(connection.Client, buffer, 4), -10035);
     EXPECT_EQ(recv(connection.Peer, buffer, 6, MSG_WAITALL), 6);
     EXPECT_STREQ(buffer, "EHLO\r\n");
 
@@ -203,16 +196,6 @@ TEST(Socket, MovesBytesBothWays)
     EXPECT_EQ(osSocketReceive(connection.Client, buffer, 16), 5);
     EXPECT_EQ(std::string(buffer, 5), std::string("ok\0\r\n", 5));
     EXPECT_EQ(osSocketPoll(connection.Client), OS_POLL_WRITE);
-}
-
-TEST(Socket, SmallLinesAreNotHeldBack)
-{
-    const int32_t handle = osSocketCreate();
-    int on = 0;
-    socklen_t size = sizeof(on);
-    ASSERT_EQ(getsockopt(handle, IPPROTO_TCP, TCP_NODELAY, &on, &size), 0);
-    EXPECT_NE(on, 0);
-    EXPECT_EQ(osSocketClose(handle), 0);
 }
 
 TEST(Socket, PollAnswersInEverySituation)
@@ -231,10 +214,6 @@ TEST(Socket, PollAnswersInEverySituation)
     ASSERT_EQ(send(urgent.Peer, "ab", 2, MSG_OOB), 2);
     EXPECT_EQ(AwaitPoll(urgent.Client, all), all);
 
-    Connection closed;
-    closed.ClosePeer();
-    EXPECT_EQ(AwaitPoll(closed.Client, OS_POLL_READ | OS_POLL_WRITE), OS_POLL_READ | OS_POLL_WRITE);
-
     Connection reset;
     reset.ResetByPeer();
     EXPECT_EQ(AwaitPoll(reset.Client, all), all);
@@ -243,17 +222,6 @@ TEST(Socket, PollAnswersInEverySituation)
     EXPECT_EQ(AwaitFull(full.Client, 0), 0);
     ASSERT_EQ(send(full.Peer, "x", 1, 0), 1);
     EXPECT_EQ(AwaitFull(full.Client, OS_POLL_READ), OS_POLL_READ);
-}
-
-TEST(Socket, PollLooksAtDescriptorsOfAnyNumber)
-{
-    const Connection connection;
-    constexpr int Far = 1030; // beyond what a set of select holds
-    const int far = fcntl(connection.Client, F_DUPFD_CLOEXEC, Far);
-    if (far < 0)
-        GTEST_SKIP() << "the limit of open files is below " << Far;
-    EXPECT_EQ(osSocketPoll(far), OS_POLL_WRITE);
-    EXPECT_EQ(osSocketClose(far), 0);
 }
 
 TEST(Socket, AClosedPeerReadsAsZeroBehindItsLastBytes)
@@ -269,20 +237,15 @@ TEST(Socket, AClosedPeerReadsAsZeroBehindItsLastBytes)
     EXPECT_EQ(count, 0);
     EXPECT_EQ(got, "bye");
     EXPECT_EQ(osSocketPeek(connection.Client, buffer, 16), 0);
-    EXPECT_EQ(osSocketReceive(connection.Client, buffer, 16), 0);
 }
 
 TEST(Socket, AResetIsTold)
 {
-    char buffer[4];
+    char byte = 0;
     Connection reader;
     reader.ResetByPeer();
-    EXPECT_EQ(osSocketReceive(reader.Client, buffer, 4), -10054);
+    EXPECT_EQ(osSocketReceive(reader.Client, &byte, 1), -10054);
     EXPECT_EQ(osSocketSend(reader.Client, "x", 1, LongWait), -10054);
-
-    Connection peeker;
-    peeker.ResetByPeer();
-    EXPECT_EQ(osSocketPeek(peeker.Client, buffer, 4), -10054);
 }
 
 TEST(Socket, SendingToAClosedPeerFailsWithoutASignal)
@@ -314,47 +277,28 @@ TEST(Socket, SendGivesUpAfterTheWaitAndNotBefore)
     EXPECT_GT(SignalCount, 0);
 }
 
-TEST(Socket, SendGoesOnWhenThePeerMakesRoom)
-{
-    const Connection connection;
-    int64_t sent = SendUntilRefused(connection.Client, 50).Sent;
-    int64_t received = 0;
-    std::thread reader([&] {
-        std::vector<char> buffer(65536);
-        usleep(50000); // most likely the sender waits by now; it may also be late
-        ssize_t count = 0;
-        while ((count = recv(connection.Peer, buffer.data(), buffer.size(), 0)) > 0)
-            received += count;
-    });
-    const std::string block(1000000, 'y');
-    for (size_t at = 0; at < block.size();) {
-        const int32_t left = static_cast<int32_t>(block.size() - at);
-        const int32_t taken = osSocketSend(connection.Client, block.data() + at, left, LongWait);
-        EXPECT_GT(taken, 0);
-        if (taken <= 0)
-            break;
-        at += static_cast<size_t>(taken);
-        sent += taken;
-    }
-    shutdown(connection.Client, SHUT_WR);
-    reader.join();
-    EXPECT_EQ(received, sent);
-}
-
-TEST(Socket, WhatIsQueuedArrivesAfterClose)
+TEST(Socket, SendGoesOnWhenThePeerMakesRoomAndWhatIsQueuedArrivesAfterClose)
 {
     const Listener server;
     const int32_t client = osSocketCreate();
     ASSERT_EQ(osSocketConnect(client, Loopback, server.Port), 0);
     const int peer = server.Accept();
-    const int64_t sent = SendUntilRefused(client, 50).Sent;
-    EXPECT_EQ(osSocketClose(client), 0);
+    int64_t sent = SendUntilRefused(client, 50).Sent;
     int64_t received = 0;
-    std::vector<char> buffer(65536);
-    ssize_t count = 0;
-    while ((count = recv(peer, buffer.data(), buffer.size(), 0)) > 0)
-        received += count;
-    EXPECT_EQ(count, 0);
+    std::thread reader([&] {
+        std::vector<char> buffer(65536);
+        usleep(50000); // most likely the sender waits by now; it may also be late
+        for (ssize_t count = 0; (count = recv(peer, buffer.data(), buffer.size(), 0)) > 0;)
+            received += count;
+    });
+    const std::string block(65536, 'y');
+    for (int i = 0; i < 16; i++) {
+        const int32_t taken = osSocketSend(client, block.data(), 65536, LongWait);
+        EXPECT_GT(taken, 0);
+        sent += taken;
+    }
+    EXPECT_EQ(osSocketClose(client), 0);
+    reader.join();
     EXPECT_EQ(received, sent);
     close(peer);
 }
@@ -387,84 +331,41 @@ TEST(Socket, ANonBlockingConnectIsUnderWayThenWritable)
     ASSERT_EQ(osSocketSetBlocking(handle, false), 0);
     EXPECT_EQ(osSocketConnect(handle, Loopback, server.Port), -10035);
     EXPECT_EQ(AwaitPoll(handle, OS_POLL_WRITE), OS_POLL_WRITE);
-    char buffer[4];
-    EXPECT_EQ(osSocketReceive(handle, buffer, 4), -10035);
-    const int peer = server.Accept();
     EXPECT_EQ(osSocketSetBlocking(handle, true), 0);
     EXPECT_EQ(osSocketSend(handle, "x", 1, LongWait), 1);
-    ASSERT_EQ(send(peer, "y", 1, 0), 1);
-    EXPECT_EQ(osSocketReceive(handle, buffer, 4), 1) << "a blocking socket waits for bytes";
     EXPECT_EQ(osSocketClose(handle), 0);
-    close(peer);
 }
-
-// A full queue leaves further connects undecided until somebody accepts or the listener goes.
-struct FullListener {
-    Listener Server{ 0 };
-    int32_t Fillers[4];
-
-    FullListener()
-    {
-        for (int32_t& filler : Fillers) {
-            filler = osSocketCreate();
-            osSocketSetBlocking(filler, false);
-            osSocketConnect(filler, Loopback, Server.Port);
-        }
-    }
-
-    ~FullListener()
-    {
-        for (const int32_t filler : Fillers)
-            osSocketClose(filler);
-    }
-};
 
 TEST(Socket, SignalsDoNotCutABlockingConnectShort)
 {
-    const FullListener full;
+    // A full queue leaves further connects undecided until somebody accepts.
+    const Listener server(0);
+    int32_t fillers[4];
+    for (int32_t& filler : fillers) {
+        filler = osSocketCreate();
+        osSocketSetBlocking(filler, false);
+        osSocketConnect(filler, Loopback, server.Port);
+    }
     std::thread acceptor([&] {
         BlockAlarm();
         usleep(200000);
         std::vector<int> peers;
-        for (int peer = -1; (peer = full.Server.Accept()) >= 0;)
+        for (int peer = -1; (peer = server.Accept()) >= 0;)
             peers.push_back(peer);
         for (const int peer : peers)
             close(peer);
     });
     InterruptEvery(10000);
     const int32_t handle = osSocketCreate();
-    EXPECT_EQ(osSocketConnect(handle, Loopback, full.Server.Port), 0);
+    EXPECT_EQ(osSocketConnect(handle, Loopback, server.Port), 0);
     InterruptEvery(0);
     EXPECT_GT(SignalCount, 0);
     EXPECT_EQ(osSocketSend(handle, "x", 1, LongWait), 1);
-    shutdown(full.Server.Descriptor, SHUT_RDWR); // ends the acceptor
+    shutdown(server.Descriptor, SHUT_RDWR); // ends the acceptor
     acceptor.join();
     osSocketClose(handle);
-}
-
-TEST(Socket, SignalsDoNotHideThatAConnectWasRefused)
-{
-    const FullListener full;
-    std::thread closer([&] {
-        BlockAlarm();
-        usleep(200000);
-        shutdown(full.Server.Descriptor, SHUT_RDWR); // listens no more, but keeps the port
-    });
-    InterruptEvery(10000);
-    const int32_t handle = osSocketCreate();
-    EXPECT_EQ(osSocketConnect(handle, Loopback, full.Server.Port), -10061);
-    InterruptEvery(0);
-    EXPECT_GT(SignalCount, 0);
-    closer.join();
-    osSocketClose(handle);
-}
-
-TEST(Socket, ReadsDoNotWait)
-{
-    const Connection connection;
-    char buffer[4];
-    EXPECT_EQ(osSocketReceive(connection.Client, buffer, 4), -10035);
-    EXPECT_EQ(osSocketPeek(connection.Client, buffer, 4), -10035);
+    for (const int32_t filler : fillers)
+        osSocketClose(filler);
 }
 
 TEST(Socket, BindChoosesTheLocalAddress)
@@ -490,14 +391,6 @@ TEST(Socket, BindChoosesTheLocalAddress)
     EXPECT_EQ(osSocketClose(second), 0);
 }
 
-TEST(Socket, LocalAddressOfAConnectionIsTheOneTaken)
-{
-    const Connection connection;
-    uint32_t address = 0;
-    EXPECT_EQ(osSocketLocalAddress(connection.Client, address), 0);
-    EXPECT_EQ(address, Loopback);
-}
-
 TEST(Socket, MisuseAnswersByWinsockNumbers)
 {
     const int32_t fresh = osSocketCreate();
@@ -505,6 +398,9 @@ TEST(Socket, MisuseAnswersByWinsockNumbers)
     EXPECT_EQ(osSocketReceive(fresh, buffer, 4), -10057);
     EXPECT_EQ(osSocketSend(fresh, "x", 1, LongWait), -10054);
     EXPECT_EQ(osSocketClose(fresh), 0);
+    EXPECT_EQ(osSocketClose(fresh), -10009);
+    EXPECT_EQ(osSocketPoll(fresh), -10009);
+    EXPECT_EQ(osSocketSend(-1, "x", 1, LongWait), -10009);
 
     const Connection connection;
     EXPECT_EQ(osSocketConnect(connection.Client, Loopback, connection.Server.Port), -10056);
@@ -515,20 +411,7 @@ TEST(Socket, MisuseAnswersByWinsockNumbers)
     }
     const int file = open("/dev/null", O_RDWR | O_CLOEXEC);
     EXPECT_EQ(osSocketReceive(file, buffer, 4), -10038);
-    EXPECT_EQ(osSocketConnect(file, Loopback, 1), -10038);
     close(file);
-
-    uint32_t address = 0;
-    for (const int32_t handle : { fresh + 1000, -1 }) {
-        EXPECT_EQ(osSocketPoll(handle), -10009);
-        EXPECT_EQ(osSocketReceive(handle, buffer, 4), -10009);
-        EXPECT_EQ(osSocketSend(handle, "x", 1, LongWait), -10009);
-        EXPECT_EQ(osSocketConnect(handle, Loopback, 1), -10009);
-        EXPECT_EQ(osSocketBind(handle, Loopback, 0), -10009);
-        EXPECT_EQ(osSocketSetBlocking(handle, false), -10009);
-        EXPECT_EQ(osSocketLocalAddress(handle, address), -10009);
-        EXPECT_EQ(osSocketClose(handle), -10009);
-    }
 }
 
 TEST(Socket, HandlesStayAboveTheStandardStreamsAndDieWithAnExec)
@@ -547,43 +430,6 @@ TEST(Socket, HandlesStayAboveTheStandardStreamsAndDieWithAnExec)
     int status = -1;
     ASSERT_EQ(waitpid(child, &status, 0), child);
     EXPECT_EQ(status, 0);
-    const int32_t handle = osSocketCreate();
-    EXPECT_EQ(fcntl(handle, F_GETFD), FD_CLOEXEC);
-    EXPECT_EQ(osSocketClose(handle), 0);
-}
-
-TEST(Socket, NoDescriptorIsLeftByAnyOutcome)
-{
-    const Listener silent(-1);
-    const int before = CountDescriptors();
-    for (int i = 0; i < 3; i++) {
-        {
-            Connection connection;
-        }
-        const int32_t refused = osSocketCreate();
-        EXPECT_EQ(osSocketConnect(refused, Loopback, silent.Port), -10061);
-        EXPECT_EQ(osSocketClose(refused), 0);
-        uint32_t address = 0;
-        osResolve("localhost", address);
-    }
-    EXPECT_EQ(CountDescriptors(), before);
-}
-
-TEST(Socket, RunningOutOfDescriptorsIsTold)
-{
-    rlimit files = {};
-    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &files), 0);
-    rlimit few = files;
-    few.rlim_cur = 64;
-    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &few), 0);
-    std::vector<int> taken;
-    for (int descriptor = -1; (descriptor = dup(2)) >= 0;)
-        taken.push_back(descriptor);
-    const int32_t handle = osSocketCreate();
-    for (const int each : taken)
-        close(each);
-    setrlimit(RLIMIT_NOFILE, &files);
-    EXPECT_EQ(handle, -10024);
 }
 
 TEST(Resolve, FindsNamesAndNumbers)
@@ -620,15 +466,11 @@ TEST(HostName, IsCutToTheCapacityAndAlwaysTerminated)
     char full[HOST_NAME_MAX + 1] = {};
     ASSERT_EQ(gethostname(full, sizeof(full) - 1), 0);
     const std::string expected = full;
-    for (const size_t capacity : { size_t{ 1 }, size_t{ 2 }, expected.size(), expected.size() + 1,
-                                   size_t{ HOST_NAME_MAX + 1 } }) {
+    for (const size_t capacity : { size_t{ 1 }, expected.size(), expected.size() + 1 }) {
         char name[HOST_NAME_MAX + 2];
         memset(name, '#', sizeof(name));
         EXPECT_EQ(osHostName(name, capacity), 0);
         EXPECT_EQ(name, expected.substr(0, capacity - 1));
         EXPECT_EQ(name[capacity], '#');
     }
-    char untouched = '#';
-    EXPECT_EQ(osHostName(&untouched, 0), -10022);
-    EXPECT_EQ(untouched, '#');
 }
