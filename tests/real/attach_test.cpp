@@ -16,6 +16,7 @@ struct FoundPart {
     std::string Bytes = {};
     std::string Id = "-";
     std::string FileName = "-";
+    std::string Extra = "-";
     bool IsMulti = false;
 };
 
@@ -33,7 +34,7 @@ std::string Hex(const std::string& bytes)
 std::string Told(const FoundPart& p)
 {
     return p.Type + " name=" + p.Name + " id=" + p.Id + " disposition=" + p.Disposition +
-           " filename=" + p.FileName + " encoding=" + p.Encoding +
+           " filename=" + p.FileName + " encoding=" + p.Encoding + " extra=" + p.Extra +
            (p.IsMulti ? "" : " bytes=" + Hex(p.Bytes)) + "\n";
 }
 
@@ -45,9 +46,10 @@ FoundPart Multi(const std::string& type)
 }
 
 // A file in Base64 within a mixed message, its name shown in both lines.
-FoundPart FilePart(const std::string& name, const std::string& bytes)
+FoundPart FilePart(const std::string& name, const std::string& bytes,
+                   const std::string& type = ">application/octet-stream")
 {
-    FoundPart part = { ">application/octet-stream", name, "attachment", "base64", bytes };
+    FoundPart part = { type, name, "attachment", "base64", bytes };
     part.FileName = name;
     return part;
 }
@@ -55,8 +57,7 @@ FoundPart FilePart(const std::string& name, const std::string& bytes)
 FoundPart ImagePart(const std::string& type, const std::string& name, const std::string& bytes,
                     const std::string& id)
 {
-    FoundPart part = FilePart(name, bytes);
-    part.Type = type;
+    FoundPart part = FilePart(name, bytes, type);
     part.Disposition = "inline";
     part.Id = id;
     return part;
@@ -126,14 +127,26 @@ struct RealAttach : RealSend {
 TEST_F(RealAttach, StoresFilesOfEachSize)
 {
     std::string files, expected = Told(Multi("multipart/mixed")) + Told(PlainText);
-    for (const size_t size : { 0u, 1u, 56u, 57u, 58u, 114u, 100000u }) {
+    for (const size_t size : { 0u, 1u, 2u, 3u, 56u, 57u, 58u, 113u, 114u, 115u, 5000u, 100000u }) {
         const std::string name = "file" + std::to_string(size);
         files += File(name, Sample(size)) + ";";
         expected += Told(FilePart(name, Sample(size)));
     }
     ASSERT_EQ(SendFiles(files), 0);
     EXPECT_EQ(Judged(), expected);
-    EXPECT_EQ(rynStatistics(0, RYN_STAT_ATTACH_BYTES_IN), 100286);
+    EXPECT_EQ(rynStatistics(0, RYN_STAT_ATTACH_BYTES_IN), 105519);
+}
+
+TEST_F(RealAttach, StoresFilesByTheirExtension)
+{
+    const std::string bytes = Sample(70);
+    ASSERT_EQ(SendFiles(File("a.pdf", bytes) + ";" + File("b.wav", bytes) + ";" +
+                        File("c.gif", bytes) + ";" + File("d.jpeg", bytes)),
+              0);
+    EXPECT_EQ(Judged(),
+              ToldAll({ PlainText, FilePart("a.pdf", bytes, ">application/pdf"),
+                        FilePart("b.wav", bytes, ">audio/x-wav"),
+                        ImagePart(">image/gif", "c.gif", bytes, "-"), FilePart("d.jpeg", bytes) }));
 }
 
 TEST_F(RealAttach, StoresImagesBesideTheFormsOfTheHtml)
@@ -156,6 +169,19 @@ TEST_F(RealAttach, StoresImagesBesideTheFormsOfTheHtml)
                             Told(ImagePart(">image/jpeg", "d.jpg", gif, "<message-root.3>")));
     ASSERT_EQ(send(images.c_str(), nullptr), 0);
     EXPECT_EQ(Judged(), head + alternative + inner);
+    ASSERT_EQ(send(nullptr, files.c_str()), 0);
+    EXPECT_EQ(Judged(), head + alternative + outer +
+                            Told(ImagePart(">image/jpeg", "d.jpg", gif, "<message-root.1>")));
+
+    rynIntegerParam(0, RYN_NO_RELATED_PART, 1);
+    ASSERT_EQ(send(images.c_str(), files.c_str()), 0);
+    EXPECT_EQ(Judged(), Told(Multi("multipart/mixed")) + Told(Multi(">multipart/alternative")) +
+                            Told({ .Type = ">>text/plain", .Bytes = "plain\n" }) +
+                            Told({ .Type = ">>text/html", .Bytes = "<p>.</p>" }) +
+                            Told(ImagePart(">image/gif", "a.gif", gif, "<message-root.1>")) +
+                            Told(ImagePart(">image/png", "b.png", png, "<message-root.2>")) +
+                            outer +
+                            Told(ImagePart(">image/jpeg", "d.jpg", gif, "<message-root.3>")));
 }
 
 TEST_F(RealAttach, StoresAForwardedMessageWithinTheMessage)
@@ -173,6 +199,26 @@ TEST_F(RealAttach, StoresAForwardedMessageWithinTheMessage)
                               .FileName = "n" };
     EXPECT_EQ(Judged(), ToldAll({ PlainText, message, inner }));
     rynAttachmentParams(nullptr, nullptr, nullptr, nullptr);
+}
+
+TEST_F(RealAttach, StoresTheLinesOfParameterSets)
+{
+    const std::string bytes = Sample(100), text = "a,b\r\n1,2\r\n";
+    ASSERT_EQ(rynAttachmentParams("Content-Type: text/csv; name=\"own.csv\"", nullptr,
+                                  "Content-Disposition: attachment; filename=\"own.csv\"",
+                                  "X-Extra: first"),
+              1);
+    ASSERT_EQ(rynAttachmentParams("Content-Type: application/x-own", "", nullptr, nullptr), 1);
+    ASSERT_EQ(SendFiles(File("a", text) + ";" + File("b", bytes) + ";" + File("c.pdf", bytes)), 0);
+    FoundPart first = FilePart("own.csv", text, ">text/csv");
+    first.Extra = "first";
+    FoundPart second = FilePart("-", bytes, ">application/x-own");
+    second.FileName = "b";
+    EXPECT_EQ(Judged(),
+              ToldAll({ PlainText, first, second, FilePart("c.pdf", bytes, ">application/pdf") }));
+    ASSERT_EQ(rynAttachmentParams(nullptr, nullptr, nullptr, nullptr), 1);
+    ASSERT_EQ(SendFiles(File("a", text)), 0);
+    EXPECT_EQ(Judged(), ToldAll({ PlainText, FilePart("a", text) }));
 }
 
 TEST_F(RealAttach, StoresNamesAsTheyWereShown)
@@ -193,9 +239,11 @@ TEST_F(RealAttach, StoresNamesAsTheyWereShown)
             { file + "|" + long1, long1, "bytes" } } },
         { 4, { { file + "|caf\xE9.bin", "caf\xC3\xA9.bin", "bytes" }, { file, "a", "bytes" } } },
         { 5, { { file + "|\xF9\xEC.bin", "\xD7\xA9\xD7\x9C.bin", "bytes" } } },
+        { 11, { { file + "|\xE1.bin", "\xCE\xB1.bin", "bytes" } } },
         { 15,
           { { file + "|" + cafe, cafe, "bytes" },
             { Server.Folder + "\\" + cafe, cafe, "other bytes" } } },
+        { 30, { { file + "|" + cafe, cafe, "bytes" } } },
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.PageCode);
@@ -208,6 +256,16 @@ TEST_F(RealAttach, StoresNamesAsTheyWereShown)
         ASSERT_EQ(SendFiles(files), 0);
         EXPECT_EQ(Judged(), expected);
     }
+}
+
+TEST_F(RealAttach, StoresMemoryFiles)
+{
+    const std::string first = Sample(1000), second = "second";
+    ASSERT_EQ(rynSetFileBuffer(0, 0, first.data(), 1000), 1000);
+    ASSERT_EQ(rynSetFileBuffer(0, 7, second.data(), 6), 6);
+    ASSERT_EQ(SendFiles("data.bin*0;*7|shown.pdf"), 0);
+    EXPECT_EQ(Judged(), ToldAll({ PlainText, FilePart("data.bin", first),
+                                  FilePart("shown.pdf", second, ">application/pdf") }));
 }
 
 TEST_F(RealAttach, StoresQuotedFilesWithTheirLines)

@@ -4,11 +4,13 @@ import email
 import email.header
 import sys
 
+
 def decoded(name):
     """A name with its encoded words (RFC 2047) read, for readers take them inside quotes too."""
     if name is None:
         return "-"
     return str(email.header.make_header(email.header.decode_header(name)))
+
 
 def tell(part, depth):
     fields = [
@@ -18,6 +20,7 @@ def tell(part, depth):
         "disposition=" + (part.get_content_disposition() or "-"),
         "filename=" + decoded(part.get_filename()),
         "encoding=" + (part["Content-Transfer-Encoding"] or "-"),
+        "extra=" + (part["X-Extra"] or "-"),
     ]
     if not part.is_multipart():
         fields.append("bytes=" + part.get_payload(decode=True).hex())
@@ -27,6 +30,7 @@ def tell(part, depth):
     if part.is_multipart():
         for inner in part.get_payload():
             tell(inner, depth + 1)
+
 
 with open(sys.argv[1], "rb") as file:
     message = email.message_from_bytes(file.read())

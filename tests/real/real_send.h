@@ -72,4 +72,11 @@ struct RealSend : testing::Test {
             return { "no empty line in: " + bytes, "" };
         return { MaskHead(bytes.substr(0, end + 1)), bytes.substr(end + 2) };
     }
+
+    std::string OpenLog(const char* name)
+    {
+        const std::string path = Server.Folder + "/" + name;
+        EXPECT_GT(rynStringParam(0, RYN_LOG_FILE, path.c_str()), 0);
+        return path;
+    }
 };

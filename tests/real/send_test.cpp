@@ -1,8 +1,9 @@
-// Sessions with a real server, over the system's own clock and sockets: recipients and refusals,
-// manual driving, and a server that goes away. Each case starts a server of its own.
+// Sessions with a real server, over the system's own clock and sockets: greetings, recipients and
+// refusals, manual driving, and a server that goes away. Each case starts a server of its own.
 #include "tests/real/real_send.h"
 
 #include <arpa/inet.h>
+#include <cstring>
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -23,6 +24,36 @@ int OccupyPort(uint32_t port)
     return handle;
 }
 
+TEST_F(RealSend, GreetsByTheNameThatIsSetOrTheSendersDomain)
+{
+    const struct {
+        uint32_t UseEhlo;
+        const char *LocalName, *Command, *Reply;
+    } rows[] = {
+        { 0, nullptr, "S: HELO client.test\r\n",
+          "250 mail.test Hello client.test [127.0.0.1]\r\n" },
+        { 1, nullptr, "S: EHLO client.test\r\n",
+          "250-mail.test Hello client.test [127.0.0.1]\r\n" },
+        { 1, "own.test", "S: EHLO own.test\r\n", "250-mail.test Hello own.test [127.0.0.1]\r\n" },
+        { 0, "own.test", "S: HELO own.test\r\n", "250 mail.test Hello own.test [127.0.0.1]\r\n" },
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.Command);
+        const std::string log = OpenLog("greeting.log");
+        rynIntegerParam(0, RYN_USE_EHLO, row.UseEhlo);
+        if (row.LocalName != nullptr)
+            rynStringParam(0, RYN_LOCAL_HOST_NAME, row.LocalName);
+        ASSERT_EQ(Connect(), 0);
+        EXPECT_EQ(LastReply().substr(0, strlen(row.Reply)), row.Reply);
+        EXPECT_EQ(rynIsConnected(0), 1);
+        EXPECT_EQ(rynClose(0), 0);
+        EXPECT_EQ(LastReply(), "221 mail.test closing connection\r\n");
+        EXPECT_EQ(rynIsConnected(0), RYN_ERR_NO_SUCH_VSOCK);
+        EXPECT_EQ(rynStringParam(0, RYN_LOG_FILE, ""), 0);
+        EXPECT_NE(ReadWholeFile(log).find(row.Command), std::string::npos);
+    }
+}
+
 TEST_F(RealSend, ReportsARefusedGreetingAndConnectsAgain)
 {
     rynStringParam(0, RYN_LOCAL_HOST_NAME, "a_b");
@@ -33,6 +64,18 @@ TEST_F(RealSend, ReportsARefusedGreetingAndConnectsAgain)
     EXPECT_EQ(Connect(), 0);
     EXPECT_EQ(Send(Alice, "hello"), 0);
     EXPECT_EQ(Stored("alice", 1).Body, "hello\n");
+}
+
+TEST_F(RealSend, TakesTheGreetingOfATestConnect)
+{
+    char greeting[256];
+    const std::string log = OpenLog("test.log");
+    const int32_t length = rynTestConnect(0, "127.0.0.1", Server.Port, greeting, 255);
+    EXPECT_EQ(std::string(greeting).substr(0, 25), "220 mail.test ESMTP Exim ");
+    EXPECT_EQ(std::string(greeting).substr(static_cast<size_t>(length)), "\r\n");
+    EXPECT_EQ(rynAbort(0), 1);
+    rynStringParam(0, RYN_LOG_FILE, "");
+    EXPECT_EQ(ReadWholeFile(log).find("S: "), std::string::npos);
 }
 
 TEST_F(RealSend, DeliversToAllThreeListsAndShowsTwoOfThem)
@@ -47,7 +90,10 @@ TEST_F(RealSend, DeliversToAllThreeListsAndShowsTwoOfThem)
                            nullptr, subject, "to all", nullptr),
               0);
     EXPECT_EQ(rynStatistics(0, RYN_STAT_ACCEPTED_RECIPIENTS), 3);
-    ASSERT_EQ(rynSendEmail(0, nullptr, nullptr, "<bob@example.test>", "x", "hidden", nullptr), 0);
+    ASSERT_EQ(rynSendEmail(0, nullptr, nullptr, "<carol@example.test>;<bob@example.test>", "x",
+                           "hidden", nullptr),
+              0);
+    EXPECT_EQ(rynStatistics(0, RYN_STAT_ACCEPTED_RECIPIENTS), 2);
     for (const char* user : { "alice", "bob", "carol" }) {
         SCOPED_TRACE(user);
         const StoredMail mail = Stored(user, 1);
@@ -58,17 +104,50 @@ TEST_F(RealSend, DeliversToAllThreeListsAndShowsTwoOfThem)
                              "CC: <carol@example.test>\n");
         EXPECT_EQ(mail.Body, "to all\n");
     }
-    const StoredMail hidden = Stored("bob", 2);
-    EXPECT_EQ(hidden.Head, "X-Mailer: Brindlecroft Rynmark Version 8.4.1 \nDate: *\n"
-                           "From: Ann <ann@client.test>\nReply-To: <reply@client.test>\n"
-                           "Message-ID: *\nSubject: x\nX-Own: yes\n");
-    EXPECT_EQ(hidden.Body, "hidden\n");
+    for (const char* user : { "bob", "carol" }) {
+        SCOPED_TRACE(user);
+        const StoredMail mail = Stored(user, 2);
+        EXPECT_EQ(mail.Head, "X-Mailer: Brindlecroft Rynmark Version 8.4.1 \nDate: *\n"
+                             "From: Ann <ann@client.test>\nReply-To: <reply@client.test>\n"
+                             "Message-ID: *\nSubject: x\nX-Own: yes\n");
+        EXPECT_EQ(mail.Body, "hidden\n");
+    }
     EXPECT_EQ(rynClose(0), 0);
     EXPECT_EQ(CountMail(Server, "alice"), 1U);
     EXPECT_EQ(ReadWholeFile(trace + "_0.log"),
               "<alice@example.test>;250 Accepted\r\n<bob@example.test>;250 Accepted\r\n"
-              "<carol@example.test>;250 Accepted\r\n"
+              "<carol@example.test>;250 Accepted\r\n<carol@example.test>;250 Accepted\r\n"
               "<bob@example.test>;250 Accepted\r\n");
+}
+
+TEST_F(RealSend, EndsTheSendAtARefusedRecipient)
+{
+    const struct {
+        const char *To, *Reply;
+        uint32_t Ignore;
+        int32_t Accepted;
+    } rows[] = {
+        { "<ghost@example.test>", "550 unknown user\r\n", 0, 0 },
+        { "<alice@example.test>;<ghost@example.test>;<bob@example.test>", "550 unknown user\r\n", 0,
+          1 },
+        { "<a@elsewhere.test>", "550 relay not permitted\r\n", 0, 0 },
+        { "<alice@example.test>;<a@elsewhere.test>", "550 relay not permitted\r\n", 1, 1 },
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.To);
+        rynIntegerParam(0, RYN_IGNORE_RCPT_REFUSAL, row.Ignore);
+        ASSERT_EQ(Connect(), 0);
+        EXPECT_EQ(Send(row.To, "never"), RYN_ERR_SMTP_REPLY);
+        EXPECT_EQ(LastReply(), row.Reply);
+        EXPECT_EQ(rynStatistics(0, RYN_STAT_REPLY_CODE), 550);
+        EXPECT_EQ(rynStatistics(0, RYN_STAT_ACCEPTED_RECIPIENTS), row.Accepted);
+        EXPECT_EQ(rynIsConnected(0), 1);
+        EXPECT_EQ(rynClose(0), 0);
+    }
+    ASSERT_EQ(Connect(), 0);
+    EXPECT_EQ(Send("<alice@example.test>;<bob@example.test>", "last"), 0);
+    EXPECT_EQ(Stored("alice", 1).Body, "last\n");
+    EXPECT_EQ(Stored("bob", 1).Body, "last\n");
 }
 
 TEST_F(RealSend, GoesOnWithTheRecipientsBeforeAnIgnoredRefusal)
@@ -90,6 +169,29 @@ TEST_F(RealSend, GoesOnWithTheRecipientsBeforeAnIgnoredRefusal)
     EXPECT_EQ(CountMail(Server, "alice"), 1U);
 }
 
+TEST_F(RealSend, VerifiesTheLastOfSeveralUsers)
+{
+    const struct {
+        const char* Addresses;
+        int32_t Result;
+    } rows[] = {
+        { "alice", 1 },
+        { "ghost", 0 },
+        { "<bob@example.test>", 1 },
+        { "<ghost@example.test>", 0 },
+        { "ghost;alice", 1 },
+        { "alice;ghost", 0 },
+    };
+    ASSERT_EQ(Connect(), 0);
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.Addresses);
+        EXPECT_EQ(rynVerifyUser(0, row.Addresses), row.Result);
+        EXPECT_EQ(rynStatistics(0, RYN_STAT_VERIFY_RESULT), row.Result);
+    }
+    EXPECT_EQ(Send(Alice, "after"), 0);
+    EXPECT_EQ(Stored("alice", 1).Body, "after\n");
+}
+
 TEST_F(RealSend, StoresManuallyDrivenMessages)
 {
     rynIntegerParam(0, RYN_AUTO_CALL_DRIVER, 0);
@@ -109,6 +211,12 @@ TEST_F(RealSend, StoresManuallyDrivenMessages)
     }
     EXPECT_EQ(Stored("alice", 1).Body, "first\n");
     EXPECT_EQ(Stored("alice", 2).Body, "second\n");
+    EXPECT_EQ(rynClose(0), 0);
+    while ((state = rynDriver(0)) > 0)
+        continue;
+    EXPECT_EQ(state, 0);
+    EXPECT_EQ(LastReply(), "221 mail.test closing connection\r\n");
+    EXPECT_EQ(rynAbort(0), 1);
 }
 
 TEST_F(RealSend, NoticesAServerThatStoppedBetweenMessages)
@@ -157,6 +265,12 @@ TEST_F(RealSend, FailsWhereTheServerStopsInsideAMessage)
     EXPECT_EQ(rynDriver(0), 0);
     EXPECT_EQ(rynIsConnected(0), 0);
     EXPECT_EQ(rynAbort(0), 1);
+
+    ASSERT_EQ(StartExim(Server), "");
+    rynIntegerParam(0, RYN_SMTP_PORT, Server.Port);
+    ASSERT_EQ(Connect(), 0);
+    EXPECT_EQ(Send(Alice, "again"), 0);
+    EXPECT_EQ(Stored("alice", 1).Body, "again\n");
 }
 
 } // namespace
