@@ -86,6 +86,14 @@ const char* FindTextNoCase(const char* text, const char* wanted)
     return nullptr;
 }
 
+void JoinPath(char* path, const char* folder, const char* name, int32_t capacity)
+{
+    const int32_t length = CopyText(path, folder, capacity);
+    if (length == 0 || path[length - 1] != '\\')
+        AppendText(path, "\\", capacity);
+    AppendText(path, name, capacity);
+}
+
 const char* BaseFileName(const char* path)
 {
     const char* name = path;

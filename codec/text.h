@@ -41,6 +41,10 @@ int32_t SameTextNoCase(const char* first, const char* second, int32_t count);
 // The first place where a text stands in another, without regard to case; null for an empty text.
 const char* FindTextNoCase(const char* text, const char* wanted);
 
+// folder, a '\' unless it ends in one, and name; every step is cut at capacity chars, so the path
+// needs a byte more.
+void JoinPath(char* path, const char* folder, const char* name, int32_t capacity);
+
 // Behind the last '\' or ':'; a '/' is no separator.
 const char* BaseFileName(const char* path);
 

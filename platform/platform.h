@@ -82,9 +82,14 @@ int32_t osFileCreate(const char* path);
 // Makes a file that did not exist; an existing name, a link among them, is refused.
 int32_t osFileCreateNew(const char* path);
 
-// The same two with a name of 16-bit chars, ended by 0.
+// As osFileCreate, but what is no plain file is refused, a link among them: for a name that the host
+// did not choose.
+int32_t osFileCreatePlain(const char* path);
+
+// The same with a name of 16-bit chars, ended by 0.
 int32_t osFileOpenWide(const uint16_t* path);
 int32_t osFileCreateWide(const uint16_t* path);
+int32_t osFileCreatePlainWide(const uint16_t* path);
 
 // Bytes read, fewer than count only at the end; 0 at the end; negative on failure.
 int32_t osFileRead(int32_t handle, void* buffer, int32_t count);

@@ -25,6 +25,15 @@ static MemoryFile FileBuffer[MemoryFileCount];
 
 static std::atomic<int32_t> FileError = 0;
 
+// What waits to be written, by handle. A handle has one user at a time; the memory of one that never
+// gathers is never touched.
+struct WriteGather {
+    int32_t Count;    // bytes that wait
+    uint8_t IsActive; // 1 = writes are gathered
+    char Bytes[WriteGatherBytes];
+};
+static WriteGather Gathers[TableSize];
+
 int32_t LastFileError()
 {
     return FileError.load(std::memory_order_relaxed);
@@ -70,16 +79,47 @@ static int32_t TakeEntry(int32_t value)
     return handle;
 }
 
-// Opens or creates by the wide form of a UTF-8 name: a file of the system or a status.
-static int32_t OpenWide(const char* name, bool create)
+static int32_t CountAscii(const char* name)
+{
+    int32_t count = 0;
+    for (; *name != 0; name++)
+        count += static_cast<uint8_t>(*name) < 0x80 ? 1 : 0;
+    return count;
+}
+
+static int32_t CountAscii(const uint16_t* name)
+{
+    int32_t count = 0;
+    for (; *name != 0; name++)
+        count += *name < 0x80 ? 1 : 0;
+    return count;
+}
+
+// True if a char of the wide name is not written in its shortest form (RFC 3629, 3): a separator could
+// be hidden so from whoever looks at the bytes.
+static bool HidesAscii(const char* name, const uint16_t* wide)
+{
+    return CountAscii(name) != CountAscii(wide);
+}
+
+// Makes a file by its wide name.
+static int32_t CreateWide(const uint16_t* name, int32_t mode)
+{
+    return mode == FILE_OF_PEER ? osFileCreatePlainWide(name) : osFileCreateWide(name);
+}
+
+// Opens, or creates in a mode, by the wide form of a UTF-8 name: a file of the system or a status.
+static int32_t OpenWide(const char* name, bool create, int32_t mode)
 {
     const size_t length = strlen(name);
     uint16_t* wide = static_cast<uint16_t*>(osAllocate((length + 2) * sizeof(uint16_t)));
     if (wide == nullptr)
         return RYN_ERR_CANNOT_OPEN_FILE;
     int32_t result = DecodeUtf8Text(name, wide);
+    if (result > 0 && mode == FILE_OF_PEER && HidesAscii(name, wide))
+        result = RYN_ERR_BAD_UTF8;
     if (result > 0) {
-        result = create ? osFileCreateWide(wide) : osFileOpenWide(wide);
+        result = create ? CreateWide(wide, mode) : osFileOpenWide(wide);
         if (result < 0) {
             SetLastFileError(-result);
             result = create ? RYN_ERR_CANNOT_CREATE_FILE : RYN_ERR_CANNOT_OPEN_FILE;
@@ -121,7 +161,7 @@ int32_t u_Open(const char* name, int32_t, bool utf8)
 {
     SetLastFileError(0);
     if (utf8) {
-        const int32_t wide = OpenWide(name, false);
+        const int32_t wide = OpenWide(name, false, FILE_OF_HOST);
         return wide > 0 ? TakeEntry(wide) : wide;
     }
     if (const char* separator = FindChar(name, FileIndexChar); separator != nullptr)
@@ -133,14 +173,14 @@ int32_t u_Open(const char* name, int32_t, bool utf8)
     return RYN_ERR_CANNOT_OPEN_FILE;
 }
 
-int32_t u_Create(const char* name, int32_t, bool utf8)
+int32_t u_Create(const char* name, int32_t mode, bool utf8)
 {
     SetLastFileError(0);
     if (utf8) {
-        const int32_t wide = OpenWide(name, true);
+        const int32_t wide = OpenWide(name, true, mode);
         return wide > 0 ? TakeEntry(wide) : wide;
     }
-    const int32_t file = osFileCreate(name);
+    const int32_t file = mode == FILE_OF_PEER ? osFileCreatePlain(name) : osFileCreate(name);
     if (file > 0)
         return TakeEntry(file);
     SetLastFileError(-file);
@@ -180,6 +220,29 @@ int32_t u_Read(int32_t handle, void* buffer, int32_t count)
     return result < 0 ? 0 : result;
 }
 
+static void WriteGathered(int32_t handle, int32_t file)
+{
+    WriteGather& gather = Gathers[handle];
+    if (gather.Count == 0)
+        return;
+    osFileWrite(file, gather.Bytes, gather.Count);
+    gather.Count = 0;
+}
+
+static int32_t GatherBytes(int32_t handle, int32_t file, const void* bytes, int32_t count)
+{
+    WriteGather& gather = Gathers[handle];
+    if (count > WriteGatherBytes - gather.Count)
+        WriteGathered(handle, file);
+    if (count > WriteGatherBytes) {
+        const int32_t result = osFileWrite(file, bytes, count);
+        return result < 0 ? 0 : result;
+    }
+    memcpy(gather.Bytes + gather.Count, bytes, static_cast<size_t>(count));
+    gather.Count += count;
+    return count;
+}
+
 int32_t u_Write(int32_t handle, const void* bytes, int32_t count)
 {
     if (handle == 0)
@@ -199,8 +262,23 @@ int32_t u_Write(int32_t handle, const void* bytes, int32_t count)
     const int32_t entry = EntryOf(handle);
     if (entry == 0 || IsMemoryFile(entry))
         return 0;
+    if (Gathers[handle].IsActive != 0)
+        return GatherBytes(handle, entry, bytes, count);
     const int32_t result = osFileWrite(entry, bytes, count);
     return result < 0 ? 0 : result;
+}
+
+void u_GatherWrites(int32_t handle)
+{
+    if (EntryOf(handle) != 0)
+        Gathers[handle].IsActive = 1;
+}
+
+void u_Flush(int32_t handle)
+{
+    const int32_t entry = EntryOf(handle);
+    if (entry != 0 && !IsMemoryFile(entry))
+        WriteGathered(handle, entry);
 }
 
 void u_Close(int32_t handle)
@@ -210,8 +288,11 @@ void u_Close(int32_t handle)
         return;
     if (IsMemoryFile(entry))
         SetMemoryFile(entry - MemoryMark, nullptr, 0);
-    else
+    else {
+        WriteGathered(handle, entry);
+        Gathers[handle].IsActive = 0;
         osFileClose(entry);
+    }
     FileTable[handle].store(0, std::memory_order_relaxed);
 }
 
@@ -249,12 +330,11 @@ static bool MakeProbeFile(const char* directory, int32_t attempt)
 {
     constexpr int32_t FolderChars = 265;
     char path[FolderChars + 16];
-    const int32_t length = CopyText(path, directory, FolderChars);
-    if (path[length - 1] != '\\')
-        AppendText(path, "\\", sizeof path - 1);
     char name[16];
     FormatText(name, sizeof name, attempt == 0 ? "$$$$$$.TMP" : "$$$$$%d.TMP", attempt);
-    AppendText(path, name, sizeof path - 1);
+    char folder[FolderChars + 1];
+    CopyField(folder, directory);
+    JoinPath(path, folder, name, sizeof path - 1);
     const int32_t file = osFileCreateNew(path);
     if (file < 0) {
         SetLastFileError(-file);

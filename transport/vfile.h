@@ -15,6 +15,10 @@ constexpr int32_t MemoryFileCount = 8;
 // RYN_ERR_CANNOT_OPEN_FILE, RYN_ERR_INDEX_RANGE, RYN_ERR_BAD_UTF8.
 int32_t u_Open(const char* name, int32_t mode, bool utf8);
 
+// Values of u_Create's mode.
+constexpr int32_t FILE_OF_HOST = 0;
+constexpr int32_t FILE_OF_PEER = 1; // a message has named it: neither a link nor a device is opened
+
 // Makes a new empty file for writing: as u_Open, with RYN_ERR_CANNOT_CREATE_FILE.
 int32_t u_Create(const char* name, int32_t mode, bool utf8);
 
@@ -24,6 +28,12 @@ int32_t u_Read(int32_t handle, void* buffer, int32_t count);
 
 // Bytes written; 0 on failure and for handle 0.
 int32_t u_Write(int32_t handle, const void* bytes, int32_t count);
+
+// From here on what is written to the file waits beneath its handle, up to WriteGatherBytes, for
+// u_Flush or u_Close. A failure shows in the bytes written by a later u_Write, or not at all.
+constexpr int32_t WriteGatherBytes = 32768;
+void u_GatherWrites(int32_t handle);
+void u_Flush(int32_t handle);
 
 // Closes a file; a memory file's content is forgotten. Handle 0 is ignored.
 void u_Close(int32_t handle);

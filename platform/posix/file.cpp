@@ -75,15 +75,15 @@ static int32_t Empty(int descriptor)
 
 // Makes an open descriptor fit for use: a file is locked and, for writing, emptied. A character
 // device has neither lock nor length; anything else could stall its user and is refused.
-static int32_t Prepare(int descriptor, bool forWriting)
+static int32_t Prepare(int descriptor, bool forWriting, bool isDeviceWelcome)
 {
     struct stat info = {};
     if (fstat(descriptor, &info) != 0)
         return -errno;
     if (S_ISDIR(info.st_mode))
         return -EISDIR;
-    if (S_ISCHR(info.st_mode) && forWriting)
-        return BecomeBlocking(descriptor); // what is read has an end: a device has none
+    if (S_ISCHR(info.st_mode) && isDeviceWelcome)
+        return BecomeBlocking(descriptor);
     if (!S_ISREG(info.st_mode))
         return -ENXIO; // what the system says of a FIFO without a reader
     if (const int32_t status = TakeLock(descriptor, forWriting ? LOCK_EX : LOCK_SH); status < 0)
@@ -104,7 +104,10 @@ static int32_t OpenPrepared(const char* path, int flags)
     const int descriptor = OpenNow(systemPath, flags);
     if (descriptor < 0)
         return descriptor;
-    if (const int32_t status = Prepare(descriptor, (flags & O_ACCMODE) != O_RDONLY); status < 0) {
+    const bool forWriting = (flags & O_ACCMODE) != O_RDONLY;
+    // What is read has an end, and a device has none.
+    const bool isDeviceWelcome = forWriting && (flags & O_NOFOLLOW) == 0;
+    if (const int32_t status = Prepare(descriptor, forWriting, isDeviceWelcome); status < 0) {
         close(descriptor);
         if ((flags & O_EXCL) != 0)
             unlink(systemPath); // made a moment ago, by this call
@@ -126,6 +129,11 @@ int32_t osFileCreate(const char* path)
 int32_t osFileCreateNew(const char* path)
 {
     return OpenPrepared(path, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW);
+}
+
+int32_t osFileCreatePlain(const char* path)
+{
+    return OpenPrepared(path, O_WRONLY | O_CREAT | O_NOFOLLOW);
 }
 
 // The code point at *text, which moves behind it. A surrogate without its partner stands for itself.
@@ -181,6 +189,13 @@ int32_t osFileCreateWide(const uint16_t* path)
     char narrow[PathCapacity];
     const int32_t status = NarrowPath(path, narrow);
     return status < 0 ? status : osFileCreate(narrow);
+}
+
+int32_t osFileCreatePlainWide(const uint16_t* path)
+{
+    char narrow[PathCapacity];
+    const int32_t status = NarrowPath(path, narrow);
+    return status < 0 ? status : osFileCreatePlain(narrow);
 }
 
 int32_t osFileRead(int32_t handle, void* buffer, int32_t count)
