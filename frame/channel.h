@@ -4,6 +4,7 @@
 // memory block of the channel unless told otherwise.
 #pragma once
 
+#include "codec/base64.h"
 #include "include/ryn32.h"
 
 #include <atomic>
@@ -15,6 +16,22 @@ constexpr size_t CommandCapacity = 65537;
 constexpr size_t ReplyCapacity = 16386;
 constexpr int32_t ReplyReadCapacity = 8192; // what reads of server lines use of ReplyBuffer
 constexpr size_t WindowCapacity = 16384;    // what the message window uses of its field
+constexpr size_t FetchPathChars = 256;      // of folders, file names and the two joined
+constexpr size_t AltBoundaryCount = 8;
+constexpr size_t BoundaryChars = 256; // the two hyphens in front among them
+
+// A boundary of a nested multipart.
+struct MimeBoundary {
+    int32_t Length; // 0 = free
+    char Text[BoundaryChars + 1];
+};
+
+// A header value that grows on the heap: every line of it ends in a single LF.
+struct HeaderStore {
+    char* Text;       // owned; null = nothing yet
+    int32_t Capacity; // bytes allocated
+    int32_t Used;     // without the terminating zero
+};
 
 struct Channel {
     // --- identity ---
@@ -34,6 +51,7 @@ struct Channel {
     char FromAddress[256 + 1];
     char ReplyToAddress[256 + 1];
     char UserName[64 + 1];
+    char Password[64 + 1]; // POP3 and IMAP
     char AuthPassword[2048 + 1];
     char AuthScratch[512 + 1]; // the decoded challenge, then the answer to it
     char AuthLines[2048 + 1];  // what the server's AUTH lines offer
@@ -41,6 +59,7 @@ struct Channel {
     char ErrorFileName[128 + 1]; // path that the last failed operation met
     char ExtraLine[256 + 1];     // last line of each message text; empty = none
     char ListArguments[16 + 1];  // of the IMAP LIST
+    char RawCommand[32 + 1];     // of rynCommand
 
     // --- what the last fetch saved; lists by AttachDelimiter ---
     char AttachList[5121 + 1];
@@ -106,7 +125,7 @@ struct Channel {
     // --- virtual files, owned; 0 = none ---
     int32_t LogHandle;
     int32_t RcptTraceFile;
-    int32_t AttachHandle; // the message text or attachment being read
+    int32_t AttachHandle; // the message text or attachment being read, or the one being saved
     int32_t AltHandle;    // the plain alternative being read
 
     // --- reading the message text ---
@@ -153,12 +172,67 @@ struct Channel {
     int32_t SaveUnnamedBase64;
     int32_t AttCounter;
 
-    // --- results of a fetch ---
+    // --- mailbox: written by the mailbox operations, then by the fetch states ---
     int32_t EmailCount;
+    int32_t MessageNumber; // from 1; below 1 asks UIDL for a list
     int32_t MessageSize;
+    int32_t MessageLines; // body lines that TOP asks for
+    char* UserBuffer;     // the host's, or memory slot 10; null = none
+    int32_t UserBufferSize;
     int32_t UserBufferUsed;
-    int32_t AttachCount;
+    int32_t ImapCount; // messages that SELECT reported
     int32_t ImapUidValidity;
+    char ImapTag[16 + 1];   // of every command of the session
+    char ImapOkTag[32 + 1]; // tag, a blank, "OK": what ends a message
+    char ImapNoTag[32 + 1];
+    uint8_t ImapOkLength;
+    uint8_t ImapNoLength;
+
+    // --- files of a fetch: virtual handles, owned; 0 = none. The attachment has AttachHandle ---
+    char EmailName[FetchPathChars + 1];
+    char EmailDir[FetchPathChars + 1];
+    char EmailPath[FetchPathChars + 1];
+    char AttachDir[FetchPathChars + 1];
+    char AttachPath[FetchPathChars + 1];
+    int32_t EmailHandle; // the message file
+    int32_t RawFile;     // the raw copy
+    uint32_t RawBytes;   // written to it
+    uint32_t RawLines;   // offered to it
+
+    // --- the line that ReadServerLine gave last ---
+    uint8_t LineIsOpen;  // 1 = its end is still to come
+    uint8_t LineIsPiece; // 1 = its beginning came before
+
+    // --- decoder: cleared when a fetch starts ---
+    int32_t TransferEncoding; // TE_ value of the body in hand
+    uint8_t MimeSeen;         // 1 = the version line of MIME was there
+    uint8_t HeadersDone;      // 1 = the head of a MIME message is over
+    uint8_t PartInline;       // 1 = the part's text goes to the message file
+    uint8_t TextContent;      // 1 = the message as a whole is text
+    uint8_t Rfc822Seen;       // 1 = inside the headers of a nested message's part
+    uint8_t Rfc822HasDisposition;
+    uint8_t Rfc822Decoding;  // 1 = that message is to be decoded
+    uint8_t RFC822WriteFlag; // 1 = headers of a nested message are passing by
+    uint8_t UtfFilename;     // 1 = Filename is UTF-8
+    Base64Carry Carry;
+    char Filename[FetchPathChars + 1];
+    char PartType[256 + 1];
+    char PartId[256 + 1]; // Content-ID of the part, or "nul"
+    int32_t AttachCount;  // attachments saved of this message
+    int32_t AttachTotal;  // of all messages
+
+    // --- boundaries: the two hyphens in front belong to them ---
+    int32_t MainBoundaryLength; // 0 = none
+    char MainBoundary[BoundaryChars + 1];
+    MimeBoundary AltBoundary[AltBoundaryCount];
+    int32_t BoundaryCount; // boundary lines met
+
+    // --- header values of the message ---
+    char HeaderDate[256 + 1];
+    char HeaderContentType[256 + 1];
+    HeaderStore SubjectStore;
+    HeaderStore ToStore;
+    HeaderStore CcStore;
 };
 
 // Channels attached; 0 = the library is not attached. Published last by rynAttach.
@@ -178,6 +252,6 @@ int32_t CloseChannelSocket(Channel& ch);
 // Lets go of an attached source or target file and of the socket number that stood for it.
 void DetachFiles(Channel& ch);
 
-// Closes the message text, the alternative and the recipient trace that a broken send left open.
+// Closes the message text and the alternative that a broken send left open.
 void CloseTransferFiles(Channel& ch);
 void CloseRecipientTrace(Channel& ch);

@@ -1,12 +1,15 @@
 // The operations on a channel as a whole: attach, release, close, abort, and the question whether
 // it is connected.
 #include "codec/text.h"
+#include "decode/attachment_save.h"
+#include "decode/header_store.h"
 #include "frame/channel.h"
 #include "frame/driver.h"
 #include "frame/log.h"
 #include "frame/memory.h"
 #include "frame/settings.h"
 #include "platform/platform.h"
+#include "retrieve/message_file.h"
 #include "send/attach_params.h"
 #include "transport/channel_io.h"
 #include "transport/process_ops.h"
@@ -91,8 +94,10 @@ static void ReleaseChannel(Channel& ch)
     DetachFiles(ch);
     if (ch.VSock >= 0)
         CloseChannelSocket(ch);
+    CloseFetchFiles(ch);
     CloseTransferFiles(ch);
     CloseRecipientTrace(ch);
+    FreeHeaderStores(ch);
     if (ch.LogHandle != 0) {
         LogFormat(ch, "*** Releasing channel %d ***\r\n", ch.ChannelNumber);
         CloseLog(ch);
@@ -134,6 +139,18 @@ static void FreeMessage(Channel& ch)
     ch.MessageText = nullptr; // may have led to the fixed empty text
 }
 
+// Ends what a fetch or a send that broke off has left open; an attachment being saved is ended as at
+// the end of its message.
+static void CloseLeftovers(Channel& ch, bool isConnected)
+{
+    if (ch.Protocol == 'S')
+        CloseTransferFiles(ch);
+    if (isConnected || ch.AttachHandle != 0)
+        CloseAttachment(ch);
+    CloseFetchFiles(ch);
+    CloseTransferFiles(ch);
+}
+
 // The farewell to the server, and the end of the conversation whatever comes of it.
 static int32_t EndConversation(Channel& ch)
 {
@@ -158,15 +175,18 @@ int32_t rynClose(uint32_t channel)
     CloseRecipientTrace(ch);
     if (ch.ExtraHeaders != nullptr)
         ch.ExtraHeaders[0] = 0;
-    CloseTransferFiles(ch);
+    FreeHeaderStores(ch);
     const VSockRecord* record = vsRecord(ch.VSock);
-    if (record != nullptr && (record->SourceFile != 0 || record->TargetFile != 0)) {
+    const bool hasFile = record != nullptr && (record->SourceFile != 0 || record->TargetFile != 0);
+    const bool isConnected = !hasFile && vsGetInfo(ch.VSock, VS_INFO_IS_OPEN) != 0;
+    CloseLeftovers(ch, isConnected);
+    if (hasFile) {
         if (record->TargetFile != 0)
             ch.ErrorFileName[0] = 0;
         DetachFiles(ch);
         return 1;
     }
-    if (vsGetInfo(ch.VSock, VS_INFO_IS_OPEN) == 0) {
+    if (!isConnected) {
         KillStunnel(ch); // that of a connect that has failed
         return 0;
     }
@@ -179,6 +199,7 @@ int32_t rynAbort(uint32_t channel)
         return status;
     Channel& ch = *ChannelTable[channel];
     LogText(&ch, "*** rynAbort\r\n");
+    CloseFetchFiles(ch);
     CloseTransferFiles(ch);
     ch.AfterConnectState = 0;
     ch.LastSockCode = 0;

@@ -1,9 +1,11 @@
 // The operations that open a conversation. Each notes the server and the account in the channel and
 // lets the driver do the rest.
 #include "codec/text.h"
+#include "decode/boundaries.h"
 #include "frame/channel.h"
 #include "frame/driver.h"
 #include "frame/log.h"
+#include "frame/retrieval.h"
 #include "frame/settings.h"
 #include "send/address.h"
 #include "transport/tunnel_ops.h"
@@ -30,6 +32,7 @@ static int32_t StartConnecting(Channel& ch, State first)
     DetachFiles(ch);
     vsResetRing(ch.VSock);
     vsForgetSends(ch.VSock); // of a connection that this one replaces
+    ch.LineIsOpen = 0;
     ch.NextState = first;
     LogText(&ch, "Connecting to server...\n");
     const int32_t result = RunDriver(ch);
@@ -53,6 +56,58 @@ int32_t rynSmtpConnect(uint32_t channel, const char* server, const char* from, c
         return status;
     ch.ServerPort = ch.SmtpPort;
     return StartConnecting(ch, ST_SMTP_CONNECT);
+}
+
+// --- to a mailbox ---
+
+void ResetRetrieval(Channel& ch)
+{
+    ch.HeaderDate[0] = 0;
+    ch.HeaderContentType[0] = 0;
+    ch.FromAddress[0] = 0;
+    ch.ReplyToAddress[0] = 0;
+    ch.SourceMode = 0;
+    ch.WaitWritable = 0;
+    ch.AfterConnectState = 0;
+    ch.LastSockCode = 0;
+    ch.EmailCount = 0;
+    ch.AttachCount = 0;
+    ch.LineIsOpen = 0;
+    ch.NotBeforeTick = 0;
+    ch.DeadlineTick = 0;
+    ResetBoundaries(ch);
+}
+
+// Notes the account of a mailbox: 0 or a status.
+static int32_t SetMailAccount(Channel& ch, const char* user, const char* password)
+{
+    if (user == nullptr)
+        return RYN_ERR_NO_USER;
+    if (password == nullptr)
+        return RYN_ERR_NO_PASSWORD;
+    CopyField(ch.UserName, user);
+    CopyField(ch.Password, password);
+    return 0;
+}
+
+int32_t rynPop3Connect(uint32_t channel, const char* server, const char* user, const char* password)
+{
+    if (const int32_t status = GuardChannel(channel); status < 0)
+        return status;
+    Channel& ch = *ChannelTable[channel];
+    ch.Protocol = 'P';
+    LogText(&ch, "*** rynPop3Connect\r\n");
+    if (server == nullptr)
+        return RYN_ERR_NO_SERVER;
+    if (const int32_t status = SetMailAccount(ch, user, password); status < 0)
+        return status;
+    if (ServerNameIsValid(server) == 0)
+        return RYN_ERR_BAD_SERVER_NAME;
+    CopyField(ch.ServerName, server);
+    DetachFiles(ch);
+    ResetRetrieval(ch);
+    ch.ServerPort = ch.Pop3Port;
+    return StartConnecting(ch, ST_POP3_START);
 }
 
 // --- through a tunnel ---
@@ -137,6 +192,51 @@ int32_t rynSmtpConnectSSL(uint32_t channel, uint32_t localPort, uint32_t secureP
     if (const int32_t status = PrepareSmtpConnectSSL(channel, to, from, replyTo); status < 0)
         return status;
     return StartConnecting(*ChannelTable[channel], ST_SMTP_CONNECT);
+}
+
+static void LogPop3ConnectSSL(const Channel& ch, const SecureServer& to)
+{
+    LogFormat(ch, "*** rynPop3ConnectSSL(%d,%d,%d,'%s','%s','%s','%s')\r\n", ch.ChannelNumber,
+              to.LocalPort, to.SecurePort, Shown(to.Server), Shown(to.User),
+              ShowConnectSecrets != 0 ? Shown(to.Password) : "*",
+              to.ProxyHost == nullptr ? "0" : to.ProxyHost);
+}
+
+// The account, and the tunnel unless it runs already: 0 or a status.
+static int32_t PrepareMailConnectSSL(Channel& ch, TunnelProtocol protocol, const SecureServer& to)
+{
+    const bool hasTunnel = to.SecurePort == 0;
+    if (const int32_t status = SetMailAccount(ch, to.User, to.Password); status < 0)
+        return status;
+    if (hasTunnel)
+        return 0;
+    if (*TunnelFolder() == 0)
+        return RYN_ERR_PROXY_NOT_CONFIGURED;
+    const int32_t status = OpenTunnel(ch, protocol, to);
+    return status < 0 ? status : 0;
+}
+
+int32_t rynPop3ConnectSSL(uint32_t channel, uint32_t localPort, uint32_t securePort,
+                          const char* server, const char* user, const char* password,
+                          const char* proxyHost)
+{
+    if (const int32_t status = GuardChannel(channel); status < 0)
+        return status;
+    Channel& ch = *ChannelTable[channel];
+    const SecureServer to = { static_cast<uint16_t>(localPort),
+                              static_cast<uint16_t>(securePort),
+                              server,
+                              user,
+                              password,
+                              proxyHost };
+    LogPop3ConnectSSL(ch, to);
+    ch.Protocol = 'P';
+    if (const int32_t status = PrepareMailConnectSSL(ch, TUNNEL_POP3, to); status < 0)
+        return status;
+    ch.Pop3Port = ch.ServerPort = to.LocalPort;
+    DetachFiles(ch);
+    ResetRetrieval(ch);
+    return StartConnecting(ch, ST_POP3_START);
 }
 
 // --- asking only ---

@@ -82,6 +82,8 @@ static int32_t EnterProtocol(Channel& ch)
     switch (ch.AfterConnectState) {
     case ST_SMTP_GREETING:
         return Go(ch, ST_SMTP_GREETING);
+    case ST_POP3_GREETING:
+        return Go(ch, ST_POP3_GREETING);
     default:
         return Finish(ch);
     }

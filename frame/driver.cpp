@@ -10,6 +10,7 @@
 #include "frame/status.h"
 #include "frame/ticks.h"
 #include "platform/platform.h"
+#include "retrieve/message_file.h"
 #include "transport/channel_io.h"
 #include "transport/replies.h"
 #include "transport/vsock.h"
@@ -184,8 +185,11 @@ int32_t rynDriver(uint32_t channel)
 {
     if (const int32_t status = GuardChannel(channel); status < 0)
         return status;
+    Channel& ch = *ChannelTable[channel];
     const uint32_t now = BeginStep();
-    return StepDriver(*ChannelTable[channel], now);
+    const int32_t result = StepDriver(ch, now);
+    FlushFetchFiles(ch); // the host may look at them now
+    return result;
 }
 
 // What RunDriver does between two steps: waits until the next may run, in one piece. Whatever has
@@ -210,7 +214,8 @@ static int32_t DriveToEnd(Channel& ch)
 {
     for (;;) {
         const uint32_t now = BeginStep();
-        vsSetGather(ch.VSock, DriverDelay == 0); // what waits must not wait for that, too
+        // What waits must not wait for that, too. Only message data comes in many small sends.
+        vsSetGather(ch.VSock, DriverDelay == 0 && ch.Protocol == 'S');
         const int32_t result = StepDriver(ch, now);
         if (result < 1)
             return result;
@@ -230,6 +235,7 @@ int32_t RunDriver(Channel& ch)
     ch.AfterConnectState = 0;
     const int32_t result = DriveToEnd(ch);
     vsSetGather(ch.VSock, false);
+    FlushFetchFiles(ch);
     const int32_t failure = vsSendFailure(ch.VSock);
     return result == 0 && failure < 0 ? FailSend(ch, failure) : result;
 }

@@ -3,6 +3,9 @@
 #include "frame/state_table.h"
 
 #include "frame/connect_states.h"
+#include "retrieve/fetch_states.h"
+#include "retrieve/pop3_states.h"
+#include "retrieve/raw_states.h"
 #include "send/attach_states.h"
 #include "send/auth_states.h"
 #include "send/body_states.h"
@@ -91,6 +94,35 @@ static constexpr StateRow StateTable[] = {
     { ST_VRFY_NEXT, "vrfy next", VrfyNext },
     { ST_VRFY_SEND, "vrfy send", VrfySend },
     { ST_VRFY_REPLY, "vrfy reply", VrfyReply },
+
+    { ST_SMTP_RAW, "smtp raw", SmtpRaw },
+    { ST_SMTP_RAW_REPLY, "smtp raw reply", SmtpRawReply },
+
+    { ST_POP3_START, "pop3 start", Pop3Start },
+    { ST_POP3_GREETING, "pop3 greeting", Pop3Greeting },
+    { ST_POP3_APOP, "pop3 apop", Pop3Apop },
+    { ST_POP3_USER, "pop3 user", Pop3User },
+    { ST_POP3_USER_REPLY, "pop3 user reply", Pop3UserReply },
+    { ST_POP3_PASS, "pop3 pass", Pop3Pass },
+    { ST_POP3_LOGIN_REPLY, "pop3 login reply", Pop3LoginReply },
+    { ST_POP3_STAT, "pop3 stat", Pop3Stat },
+    { ST_POP3_STAT_REPLY, "pop3 stat reply", Pop3StatReply },
+
+    { ST_FETCH_RAW, "fetch raw", FetchRaw },
+    { ST_FETCH_START, "fetch start", FetchStart },
+    { ST_FETCH_LINES_START, "fetch lines start", FetchLinesStart },
+    { ST_FETCH_DECODE, "fetch decode", FetchDecode },
+    { ST_FETCH_END, "fetch end", FetchEnd },
+    { ST_FETCH_LINES, "fetch lines", FetchLines },
+    { ST_DELETE, "delete", DeleteMessage },
+    { ST_DELETE_REPLY, "delete reply", DeleteReply },
+
+    { ST_POP3_LIST, "pop3 list", Pop3List },
+    { ST_POP3_LIST_REPLY, "pop3 list reply", Pop3ListReply },
+    { ST_POP3_UIDL, "pop3 uidl", Pop3Uidl },
+    { ST_POP3_UIDL_REPLY, "pop3 uidl reply", Pop3UidlReply },
+    { ST_POP3_RAW, "pop3 raw", Pop3Raw },
+    { ST_POP3_RAW_REPLY, "pop3 raw reply", Pop3RawReply },
 
     { ST_ALT_HEADER, "alternative header", AltHeader },
     { ST_ALT_TEXT, "alternative text", AltSendText },

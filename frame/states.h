@@ -90,6 +90,44 @@ enum State : int32_t {
     ST_VRFY_SEND = 271,
     ST_VRFY_REPLY = 272,
 
+    // a command of the host's own
+    ST_SMTP_RAW = 298,
+    ST_SMTP_RAW_REPLY = 299,
+
+    // POP3
+    ST_POP3_START = 300,
+    ST_POP3_GREETING = 301,
+    ST_POP3_APOP = 302,
+    ST_POP3_USER = 303,
+    ST_POP3_USER_REPLY = 304,
+    ST_POP3_PASS = 305,
+    ST_POP3_LOGIN_REPLY = 306,
+    ST_POP3_STAT = 307,
+    ST_POP3_STAT_REPLY = 308,
+
+    // fetching and deleting a message by POP3 and IMAP
+    ST_FETCH_RAW = 309,
+    ST_FETCH_START = 310,
+    ST_FETCH_LINES_START = 311,
+    ST_FETCH_DECODE = 312,
+    ST_FETCH_END = 313,
+    ST_FETCH_LINES = 314,
+    ST_DELETE = 315,
+    ST_DELETE_REPLY = 316,
+
+    // POP3 again
+    ST_POP3_LIST = 317,
+    ST_POP3_LIST_REPLY = 318,
+    ST_POP3_UIDL = 320,
+    ST_POP3_UIDL_REPLY = 321,
+    ST_POP3_RAW = 398,
+    ST_POP3_RAW_REPLY = 399,
+
+    // IMAP
+    ST_IMAP_GET_SIZE = 419,
+    ST_IMAP_GET_UID = 421,
+    ST_IMAP_RAW = 498,
+
     // plain alternative of an HTML message, between 234 and 236
     ST_ALT_HEADER = 500,
     ST_ALT_TEXT = 501,

@@ -300,6 +300,17 @@ extern "C" {
 #define RYN_DEBUG_EMAIL_LINES          40    /* what rynGetEmailLines kept; RYN_ERR_NULL_POINTER: nothing */
 /* clang-format on */
 
+/* --- Codes of rynGetHeader --------------------------------------------------------------------- */
+
+#define RYN_HEADER_DATE 1     /* 256 chars */
+#define RYN_HEADER_FROM 2     /* 256 chars, its folds joined; encoded words as they came */
+#define RYN_HEADER_REPLY_TO 3 /* 256 chars, its first line */
+#define RYN_HEADER_SUBJECT                                                                         \
+    4 /* encoded words rewritten; one line for each of its lines, LF between them */
+#define RYN_HEADER_TO 5           /* likewise */
+#define RYN_HEADER_CC 6           /* likewise */
+#define RYN_HEADER_CONTENT_TYPE 7 /* 256 chars, of the message as a whole */
+
 /* --- Lifecycle --------------------------------------------------------------------------------- */
 
 /* rynAttach: makes the channels and readies the library.
@@ -452,6 +463,40 @@ RYN_API int32_t rynSmtpConnect(uint32_t channel, const char *server, const char 
 RYN_API int32_t rynSmtpConnectSSL(uint32_t channel, uint32_t localPort, uint32_t securePort,
                                   const char *server, const char *user, const char *password,
                                   const char *from, const char *replyTo, const char *proxyHost);
+
+/* rynPop3Connect: connects to a POP3 server and logs in, by USER and PASS, or by APOP with
+ * RYN_USE_APOP.
+ *   channel   number of an attached channel
+ *   server    name or dotted quad, 255 chars; the port is RYN_POP3_PORT
+ *   user, password  64 chars each; the rest of a longer text is not used
+ * Returns  0: logged in. Manual: 0 when the work has begun
+ * Errors   RYN_ERR_NO_SERVER, RYN_ERR_NO_USER, RYN_ERR_NO_PASSWORD: a null text;
+ *          RYN_ERR_BAD_SERVER_NAME: control chars, '<', '>' or '@' in the name;
+ *          RYN_ERR_POP3_REPLY: refused, rynDebug has the server's words;
+ *          RYN_ERR_NO_APOP_TIMESTAMP: the server can't APOP; the two guards; what the driver reports,
+ *          with the socket closed
+ * Note     for APOP the server's time stamp and the password together have 64 chars at most; what is
+ *          longer is cut, and the login fails. USER and APOP go out as given: no line ends in them.
+ *          A connection that the channel still has is lost until rynRelease */
+RYN_API int32_t rynPop3Connect(uint32_t channel, const char *server, const char *user,
+                               const char *password);
+
+/* rynPop3ConnectSSL: the same through a tunnel, as rynSmtpConnectSSL starts one.
+ *   channel     number of an attached channel
+ *   localPort   16 bits, where the tunnel listens; one of its own for each channel
+ *   securePort  16 bits, of the real server: 995 speaks TLS from the first byte, others STLS; 0: a
+ *               second session through the tunnel that runs; server and proxyHost are not looked at
+ *   server      name of the real server, 255 chars; it is checked against the certificate
+ *   user, password  64 chars each
+ *   proxyHost   host on which the tunnel listens; null or empty: this machine
+ * Returns  0: logged in. Manual: 0 when the work has begun
+ * Errors   RYN_ERR_NO_USER, RYN_ERR_NO_PASSWORD, RYN_ERR_PROXY_NOT_CONFIGURED,
+ *          RYN_ERR_CANNOT_CREATE_FILE: the configuration; RYN_ERR_PROXY_START; those of
+ *          rynPop3Connect. The tunnel's log has the reason when a certificate is refused
+ * Note     the process lives until rynClose or rynRelease */
+RYN_API int32_t rynPop3ConnectSSL(uint32_t channel, uint32_t localPort, uint32_t securePort,
+                                  const char *server, const char *user, const char *password,
+                                  const char *proxyHost);
 
 /* rynTestConnect: connects to any server, takes its greeting and sends nothing.
  *   channel  number of an attached channel
@@ -629,6 +674,152 @@ RYN_API int32_t rynMakeSubject(const char *text, int32_t pageCode, char *buffer,
  * Errors   RYN_ERR_NULL_POINTER
  * Note     a text of more than 48 bytes is sent in several lines, which many servers refuse */
 RYN_API int32_t rynMakeXOAuth2(const char *user, const char *token, char *buffer);
+
+/* --- Mailbox: what a channel logged in by POP3 or IMAP can do ---------------------------------- */
+
+/* rynGetEmailCount: asks how many messages the mailbox holds.
+ *   channel  number of a channel logged in by POP3 or IMAP
+ * Returns  the count; 0 also when a POP3 server refuses the question. For IMAP what the mailbox held
+ *          when it was selected. Manual, POP3: 0; RYN_STAT_EMAIL_COUNT has the count when rynDriver
+ *          gives 0
+ * Errors   RYN_ERR_POP3_ONLY: the channel speaks SMTP; the two guards; what the driver reports */
+RYN_API int32_t rynGetEmailCount(uint32_t channel);
+
+/* rynGetEmailSize: asks for the size of a message in bytes.
+ *   message  number on the server, from 1
+ * Returns  the size; 0 when the server does not know the message. Manual: 0; RYN_STAT_MESSAGE_SIZE
+ *          has the size when rynDriver gives 0
+ * Errors   RYN_ERR_POP3_OR_IMAP_ONLY: the channel speaks SMTP; RYN_ERR_NO_SUCH_MESSAGE: below 1; the
+ *          two guards; what the driver reports */
+RYN_API int32_t rynGetEmailSize(uint32_t channel, int32_t message);
+
+/* rynGetEmailLines: fetches the header and the first lines of a message, undecoded.
+ *   message  number on the server, from 1;  lines: body lines wanted behind the header, below 0
+ *            counts as 0
+ *   buffer   out: the server's status line, then lines as they came, CR LF kept, stuffed dots taken
+ *            off, without a terminating zero; what does not fit is dropped. Null or "*": the library
+ *            keeps the text, RYN_DEBUG_EMAIL_LINES hands it out
+ *   size     capacity in bytes, at least 128 for a buffer of the host's own
+ * Returns  bytes stored. Manual: 0; RYN_STAT_BUFFER_USED has the count when rynDriver gives 0
+ * Errors   RYN_ERR_POP3_OR_IMAP_ONLY, RYN_ERR_NO_SUCH_MESSAGE: below 1; RYN_ERR_BUFFER_TOO_SMALL,
+ *          RYN_ERR_NO_MEMORY; RYN_ERR_TIMED_OUT also when the server does not know the message; the
+ *          two guards; what the driver reports
+ * Owner    the buffer is the host's and must live until the operation has ended; the library's own
+ *          copy lives until the next such call or rynClose */
+RYN_API int32_t rynGetEmailLines(uint32_t channel, int32_t message, int32_t lines, char *buffer,
+                                 int32_t size);
+
+/* rynGetEmailFile: fetches a message and decodes it while it comes: its text into a message file, its
+ * attachments into files of their own.
+ *   message       number on the server, from 1; without a meaning for a stored message
+ *   emailName     name of the message file, 256 chars, without '\' and '/', not "." nor ".."
+ *   emailFolder   folder of the message file, 256 chars. Folders and names are separated by '\';
+ *                 the system's own separator is put in its place where a file is opened
+ *   attachFolder  folder of the attachments, 256 chars
+ * Returns  0: the message is there, or the part of it that came before the server closed the
+ *          connection. Manual: 0 when the work has begun
+ * Errors   RYN_ERR_POP3_OR_IMAP_ONLY, RYN_ERR_NO_SUCH_MESSAGE: below 1; RYN_ERR_NO_FILENAME,
+ *          RYN_ERR_PATH_NOT_ALLOWED, RYN_ERR_NO_EMAIL_PATH, RYN_ERR_NO_ATTACH_PATH,
+ *          RYN_ERR_NO_SUCH_PATH: no file can be made in a folder; RYN_ERR_CANNOT_CREATE_FILE: the
+ *          message file; RYN_ERR_TIMED_OUT also when the server does not know the message; the two
+ *          guards; what the driver reports
+ * Files    The message file holds the Subject, To, Cc, From and Date lines (none with
+ *          RYN_NO_HEADER_COPY), an empty line, the text parts with their transfer encoding taken off,
+ *          and a note in the place of each attachment (none with RYN_NO_ATTACH_NOTE). Each part that
+ *          has a name goes to a file of that name in attachFolder; chars that no file name may hold,
+ *          '/' and '\' among them, become '_'. An older file of that name is replaced, a file that
+ *          the library holds open never is: the part then stays in the message file, encoded. Two
+ *          attachments of one name leave the second one alone, unless RYN_ATTACH_NUMBERING or
+ *          RYN_ATTACH_COUNTER keeps names apart. The names as they are on the disk, the media types
+ *          and the Content-IDs stand in the lists of rynDebug.
+ *          Bytes that are written are gathered and reach the file when it is closed, when the
+ *          operation ends, and in manual driving before each return of rynDriver. A full disk cuts
+ *          the files short without a failure
+ * Note     with RYN_DECODE_MODE 1 nothing is decoded: the message goes to a raw copy, the message
+ *          file stays empty. RYN_RAW_PREFIX makes a raw copy in any mode; the name of a raw copy is
+ *          that character and emailName. A line above 8191 bytes comes in pieces, each a line of its
+ *          own to the decoder; zero bytes become blanks. Up to 9 boundaries are known at a time,
+ *          rynGetHeader keeps up to 1 MiB of each header: memory does not grow with the message.
+ *          The server ends the message by its last line: a peer that closes the connection early, or
+ *          a line without a line end at the very end, leaves a message that is short, with the
+ *          result 0 */
+RYN_API int32_t rynGetEmailFile(uint32_t channel, int32_t message, const char *emailName,
+                                const char *emailFolder, const char *attachFolder);
+
+/* rynGetEmailUID: asks for the unique id of a message.
+ *   message  number on the server, from 1; 0 asks for a list with the number 0, below 0 for the list
+ *            of all messages (POP3)
+ *   buffer   out: POP3 the server's line or lines as they came, "+OK 1 UID" and CR LF; IMAP the
+ *            number and CR LF. A terminating zero stands behind them
+ *   size     capacity in bytes with the zero, at least 128; what does not fit is dropped
+ * Returns  length of the text, 0 when the question failed. Manual: 0; the text is there when rynDriver
+ *          gives 0
+ * Errors   RYN_ERR_POP3_OR_IMAP_ONLY, RYN_ERR_NULL_BUFFER, RYN_ERR_BUFFER_TOO_SMALL; the two guards
+ * Owner    the buffer is the host's and must live until the operation has ended */
+RYN_API int32_t rynGetEmailUID(uint32_t channel, int32_t message, char *buffer, int32_t size);
+
+/* rynDeleteEmail: marks a message for deletion. A POP3 server deletes it when rynClose says QUIT, an
+ * IMAP server when rynClose expunges (RYN_EXPUNGE_ON_CLOSE).
+ *   message  number on the server, from 1
+ * Returns  0, also when the server refuses: RYN_STAT_REPLY_CODE is 100 for yes and 500 for no (POP3).
+ *          Manual: 0 when the work has begun
+ * Errors   RYN_ERR_POP3_OR_IMAP_ONLY, RYN_ERR_NO_SUCH_MESSAGE: below 1; the two guards; what the
+ *          driver reports */
+RYN_API int32_t rynDeleteEmail(uint32_t channel, int32_t message);
+
+/* rynCommand: sends one command of the host's own and reads its reply, in any protocol.
+ *   text  32 chars, the rest is cut; without a line end. IMAP: without a tag
+ * Returns  0: accepted; rynDebug has the reply. Manual: 0 when the work has begun
+ * Errors   RYN_ERR_NULL_POINTER, RYN_ERR_BAD_SERVER_NAME: the channel has never connected;
+ *          RYN_ERR_SMTP_REPLY, RYN_ERR_POP3_REPLY: refused; the two guards; what the driver reports
+ * Note     a POP3 reply of several lines is read up to its first line end only */
+RYN_API int32_t rynCommand(uint32_t channel, const char *text);
+
+/* rynPop3Source: makes a stored message the source of the next rynGetEmailFile, in the place of a
+ * server. A lone dot ends it, doubled dots at the head of a line lose one, as in POP3.
+ *   channel   number of an attached channel, best one without a connection: one that it has is
+ *             closed
+ *   fileName  path, or a memory file; null or empty: the next fetch asks a server again. Lines end in
+ *             CR LF; a last line without a line end is not delivered
+ * Returns  1
+ * Errors   RYN_ERR_NO_SUCH_FILE: rynErrorText has the name; RYN_ERR_CANNOT_CREATE_SOCKET: another
+ *          channel's connection has the place; the two guards
+ * Note     the file serves one fetch; rynClose lets go of it */
+RYN_API int32_t rynPop3Source(uint32_t channel, const char *fileName);
+
+/* rynImapSource: the same by the rules of IMAP: dots are ordinary text, and the message ends with the
+ * file.
+ *   channel, fileName  as in rynPop3Source
+ * Returns  1
+ * Errors   as in rynPop3Source */
+RYN_API int32_t rynImapSource(uint32_t channel, const char *fileName);
+
+/* rynGetHeader: a header value of the message fetched last.
+ *   code    a code of rynGetHeader
+ *   target  out: the value;  size: most chars to store, the buffer holds size + 1 bytes; 0: only a
+ *           zero byte is stored; below 0: nothing
+ * Returns  chars stored; 0: the message has no such header, or a null target; -1: no such code
+ * Errors   the two guards
+ * Note     values begin behind the header's name and one blank. Subject, To and Cc: an encoded word
+ *          (RFC 2047) in UTF-8, US-ASCII, Big5, ISO-8859-1, -2, -3, -4, -7, -8, -15, ISO-2022-JP,
+ *          Windows-1250, -1252 or -1255 becomes its bytes, without a conversion, one word for each
+ *          line of the message. Read it when no fetch runs on the channel */
+RYN_API int32_t rynGetHeader(uint32_t channel, int32_t code, char *target, int32_t size);
+
+/* rynExtractText: finds a text and copies the rest of its line. Needs no rynAttach.
+ *   text    lines ended by LF, a terminating zero: for what rynGetEmailLines has stored the host puts
+ *           one behind it
+ *   find    what to look for, in any case of letters
+ *   target  out: from the place found up to and with the LF;  size: its capacity with the zero
+ * Returns  chars stored; 0: not found, or longer than size - 1 chars, with the target empty, or a null
+ *          argument */
+RYN_API int32_t rynExtractText(const char *text, const char *find, char *target, int32_t size);
+
+/* rynExtractLine: copies one line of a text. Needs no rynAttach.
+ *   text    as in rynExtractText;  line: its number, 1 or below: the first
+ *   target  out: the line with its LF;  size: its capacity with the zero
+ * Returns  chars stored; 0: no such line, or longer than size - 1 chars, or a null argument */
+RYN_API int32_t rynExtractLine(const char *text, int32_t line, char *target, int32_t size);
 
 /* --- Codecs. None of these needs rynAttach. ---------------------------------------------------- */
 

@@ -101,3 +101,18 @@ int32_t rynVerifyFormat(const char* address)
         return RYN_ERR_EMPTY_STRING;
     return ScanMailbox(left + 1, right);
 }
+
+static bool IsNameChar(char c)
+{
+    const uint8_t byte = static_cast<uint8_t>(c);
+    const bool isBracket = c == '<' || c == '>' || c == '@';
+    return !isBracket && (IsPrintable(c) != 0 || byte >= 192);
+}
+
+int32_t ServerNameIsValid(const char* text)
+{
+    for (; *text != 0; text++)
+        if (!IsNameChar(*text))
+            return 0;
+    return 1;
+}

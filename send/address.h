@@ -17,5 +17,8 @@ void LogAddressProblem(const Channel* ch, const char* address, const char* label
 // status, for missing brackets by way of FailState.
 int32_t CheckAddressBrackets(Channel& ch, const char* address, const char* label, bool isList);
 
+// 1 if a server's name holds neither brackets, '@' nor what no header may hold; an empty one passes.
+int32_t ServerNameIsValid(const char* text);
+
 // Notes the sender of the session and the reply address: 1 or a status.
 int32_t SetSender(Channel& ch, const char* from, const char* replyTo);

@@ -13,8 +13,7 @@
 constexpr int32_t CodeDigits = 3; // of an SMTP reply; a blank or '-' stands behind them
 constexpr uint32_t FirstRefusal = 400;
 
-// The number at the head of a text, ten digits at most; 0 if there is none.
-static uint32_t ParseReplyNumber(const char* text)
+uint32_t ParseReplyNumber(const char* text)
 {
     uint32_t value = 0;
     for (int i = 0; i < 10 && text[i] >= '0' && text[i] <= '9'; i++)

@@ -118,6 +118,42 @@ int32_t vsPeek(int32_t vs, char* buffer, int32_t count)
     return ready;
 }
 
+// True if the ring holds count bytes or a line feed among those that it holds.
+static bool HoldsLineHead(const VSockRecord& record, int32_t count)
+{
+    const int32_t held = BytesHeld(record);
+    return held >= count || (held > 0 && memchr(record.Ring + record.RingHead, '\n',
+                                                static_cast<size_t>(held)) != nullptr);
+}
+
+int32_t vsPeekLine(int32_t vs, char* buffer, int32_t count, uint32_t ms)
+{
+    VSockRecord* record = vsRecord(vs);
+    if (record == nullptr)
+        return RYN_ERR_NO_SUCH_VSOCK;
+    uint32_t deadline = 0;
+    bool isWaiting = false;
+    while (!HoldsLineHead(*record, count)) {
+        const int32_t status = FillRing(*record, RingCapacity);
+        if (status < 0 && BytesHeld(*record) == 0)
+            return status;
+        if (status < 0)
+            break;
+        if (status > 0)
+            continue;
+        const uint32_t now = osTickCount();
+        if (!isWaiting)
+            deadline = TickAfter(now, ms);
+        isWaiting = true;
+        if (TickReached(now, deadline))
+            break;
+        osSleep(record->PollDelay);
+    }
+    const int32_t ready = BytesHeld(*record) < count ? BytesHeld(*record) : count;
+    memcpy(buffer, record->Ring + record->RingHead, static_cast<size_t>(ready));
+    return ready;
+}
+
 static void LogTaken(const VSockRecord& record, const char* prefix, const char* text)
 {
     if (record.LogHandle == 0)

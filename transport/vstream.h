@@ -20,6 +20,10 @@ int32_t vsResetRing(int32_t vs);
 // a single byte where more is asked for: bytes copied, 0 = nothing yet, RYN_ERR_SOCK_CLOSED.
 int32_t vsPeek(int32_t vs, char* buffer, int32_t count);
 
+// Copies the head of the next line: waits up to ms until count bytes or a line feed stand in the ring.
+// Bytes copied, what is there when the peer has gone or the time is over; RYN_ERR_SOCK_CLOSED.
+int32_t vsPeekLine(int32_t vs, char* buffer, int32_t count, uint32_t ms);
+
 // Takes count bytes, out of the ring first, the rest from the peer if it has something; buffer
 // needs count + 1 bytes. Bytes taken, RYN_ERR_SOCK_CLOSED, VS_ERR_BAD_LENGTH.
 int32_t vsRead(int32_t vs, char* buffer, int32_t count);

@@ -8,7 +8,7 @@ import re
 import sys
 
 ROOT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
-FOLDERS = ["frame", "send"]
+FOLDERS = ["frame", "send", "retrieve"]
 
 HEAD = """# States of the driver
 

@@ -284,6 +284,7 @@ SMTP returned error. 554 no
 *** rynStringParam(0,52,'the host's own')
 the host's own
 *** rynClose(0)
+[Closing attachment]
 <258:#>
 S: QUIT
 <259:#>
