@@ -11,7 +11,8 @@
 
 // --- clock and calendar (clock) ---
 
-// Milliseconds since some fixed moment, 32 bits, wraps after 49.7 days. Never fails.
+// Milliseconds since some fixed moment, 32 bits, wraps after 49.7 days; may move in steps of up to
+// 16 ms. Never fails.
 uint32_t osTickCount();
 
 // Pauses the thread for at least ms milliseconds; 0 yields once. A signal does not shorten it.

@@ -220,6 +220,8 @@ int32_t vsReadLine(int32_t vs, char* buffer, int32_t capacity, uint32_t firstWai
     int32_t count = vsGetChunk(vs, buffer, capacity);
     if (count < 1)
         return count;
+    if (count == capacity - 1 || buffer[count - 1] == '\n')
+        return count;
     const uint32_t deadline = TickAfter(osTickCount(), nextWait); // a slow drip must not renew it
     while (count < capacity - 1 && buffer[count - 1] != '\n' &&
            vsWaitData(vs, TimeLeft(deadline)) != 0) {

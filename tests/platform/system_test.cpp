@@ -74,13 +74,14 @@ struct ErrorStream {
 
 TEST(Clock, TicksAreMillisecondsAndNoSignalShortensASleep)
 {
+    constexpr uint32_t Step = 16; // ms that the tick may move at once
     InterruptEvery(5000);
     for (const uint32_t ms : { 1u, 100u }) {
         const uint32_t tick = osTickCount();
         const int64_t start = MonotonicNs();
         osSleep(ms);
         EXPECT_GE(MonotonicNs() - start, int64_t{ ms } * 1000000);
-        EXPECT_GE(osTickCount() - tick, ms);
+        EXPECT_GE(osTickCount() - tick + Step, ms);
     }
     InterruptEvery(0);
     EXPECT_GT(AlarmCount, 0);
@@ -88,7 +89,7 @@ TEST(Clock, TicksAreMillisecondsAndNoSignalShortensASleep)
     const uint32_t before = osTickCount();
     const uint32_t between = static_cast<uint32_t>(MonotonicNs() / 1000000);
     const uint32_t after = osTickCount();
-    EXPECT_LE(between - before, after - before);
+    EXPECT_LE(between - before, after - before + Step);
 }
 
 TEST(Clock, LocalTimeTellsTheZoneOfTheProcess)
