@@ -79,27 +79,17 @@ static int32_t TakeEntry(int32_t value)
     return handle;
 }
 
-static int32_t CountAscii(const char* name)
+// True if a char is not written in its shortest form (RFC 3629, 3): a separator, or the end of the
+// name, could be hidden so from whoever looks at the bytes.
+static bool HasOverlongForm(const char* name)
 {
-    int32_t count = 0;
-    for (; *name != 0; name++)
-        count += static_cast<uint8_t>(*name) < 0x80 ? 1 : 0;
-    return count;
-}
-
-static int32_t CountAscii(const uint16_t* name)
-{
-    int32_t count = 0;
-    for (; *name != 0; name++)
-        count += *name < 0x80 ? 1 : 0;
-    return count;
-}
-
-// True if a char of the wide name is not written in its shortest form (RFC 3629, 3): a separator could
-// be hidden so from whoever looks at the bytes.
-static bool HidesAscii(const char* name, const uint16_t* wide)
-{
-    return CountAscii(name) != CountAscii(wide);
+    for (; *name != 0; name++) {
+        const uint8_t first = static_cast<uint8_t>(name[0]);
+        const uint8_t second = static_cast<uint8_t>(name[1]);
+        if (first == 0xC0 || first == 0xC1 || (first == 0xE0 && second < 0xA0))
+            return true;
+    }
+    return false;
 }
 
 // Makes a file by its wide name.
@@ -116,7 +106,7 @@ static int32_t OpenWide(const char* name, bool create, int32_t mode)
     if (wide == nullptr)
         return RYN_ERR_CANNOT_OPEN_FILE;
     int32_t result = DecodeUtf8Text(name, wide);
-    if (result > 0 && mode == FILE_OF_PEER && HidesAscii(name, wide))
+    if (result > 0 && mode == FILE_OF_PEER && HasOverlongForm(name))
         result = RYN_ERR_BAD_UTF8;
     if (result > 0) {
         result = create ? CreateWide(wide, mode) : osFileOpenWide(wide);
