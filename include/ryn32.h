@@ -484,8 +484,8 @@ RYN_API int32_t rynPop3Connect(uint32_t channel, const char *server, const char 
 /* rynPop3ConnectSSL: the same through a tunnel, as rynSmtpConnectSSL starts one.
  *   channel     number of an attached channel
  *   localPort   16 bits, where the tunnel listens; one of its own for each channel
- *   securePort  16 bits, of the real server: 995 speaks TLS from the first byte, others STLS; 0: a
- *               second session through the tunnel that runs; server and proxyHost are not looked at
+ *   securePort  16 bits, of the real server, where TLS begins with the first byte (995); 0: a second
+ *               session through the tunnel that runs; server and proxyHost are not looked at
  *   server      name of the real server, 255 chars; it is checked against the certificate
  *   user, password  64 chars each
  *   proxyHost   host on which the tunnel listens; null or empty: this machine

@@ -1,9 +1,6 @@
 // A real SMTP server for one test: Exim on a free loopback port, with all its state in a temporary
 // folder. It knows the users alice, bob and carol of the domain example.test, takes mail for them
-// alone, and keeps it in Maildirs.
-//
-// A guardian process stands between the test and the server. It stops the server and removes the
-// folder when the test says so, or when the test's process is gone for whatever reason.
+// alone, and keeps it in Maildirs below Folder/mail. A guardian (guardian.h) ends it with the test.
 #pragma once
 
 #include <cstddef>
@@ -31,11 +28,11 @@ std::string StartExim(EximServer& server, const std::string& certificate = "");
 // again and then has a new port and a new folder.
 void StopExim(EximServer& server);
 
-// How many messages stand in a user's mailbox at this moment.
+// How many messages that nobody has looked at stand in a user's mailbox at this moment.
 size_t CountMail(const EximServer& server, const std::string& user);
 
-// Waits for the n-th message of a user, counted from 1 in order of arrival, and returns its bytes:
-// line ends are LF, stuffed dots are out, nothing is added. False, with a failure noted, if it
-// does not come for a time that no working server needs.
+// Waits for the n-th such message of a user, counted from 1 in order of arrival, and returns its
+// bytes: line ends are LF, stuffed dots are out, nothing is added. False, with a failure noted, if
+// it does not come for a time that no working server needs.
 bool WaitForMail(const EximServer& server, const std::string& user, size_t n,
                  std::string& bytesOut);
