@@ -142,6 +142,14 @@ void CutAtLineEnd(char* text)
     text[strcspn(text, "\r\n")] = 0;
 }
 
+void BlankZeros(char* bytes, int32_t count)
+{
+    char* const end = bytes + count;
+    while ((bytes = static_cast<char*>(memchr(bytes, 0, static_cast<size_t>(end - bytes)))) !=
+           nullptr)
+        *bytes++ = ' ';
+}
+
 void WipeBytes(void* bytes, size_t count)
 {
     volatile char* place = static_cast<volatile char*>(bytes);

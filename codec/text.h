@@ -38,6 +38,13 @@ int32_t IndexOfChar(const char* text, char wanted, int32_t count);
 // before the count are. 0 for a count of 0 and for null.
 int32_t SameTextNoCase(const char* first, const char* second, int32_t count);
 
+// True if a text begins with a word, without regard to case.
+template <size_t N>
+bool BeginsWith(const char* text, const char (&word)[N])
+{
+    return SameTextNoCase(text, word, static_cast<int32_t>(N) - 1) != 0;
+}
+
 // The first place where a text stands in another, without regard to case; null for an empty text.
 const char* FindTextNoCase(const char* text, const char* wanted);
 
@@ -63,6 +70,9 @@ void CleanHeaderText(char* text, bool cutAtLineEnd);
 
 // Cuts a text at its first CR or LF.
 void CutAtLineEnd(char* text);
+
+// Turns each zero byte into a blank.
+void BlankZeros(char* bytes, int32_t count);
 
 // Zeroes a secret, in a way that no optimiser drops.
 void WipeBytes(void* bytes, size_t count);

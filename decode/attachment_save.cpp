@@ -44,6 +44,12 @@ static void MakeAttachmentName(Channel& ch)
     SanitizeFilename(name);
 }
 
+void SetDefaultFilename(Channel& ch, const char* name)
+{
+    CopyField(ch.Filename, name);
+    ch.UtfFilename = 0;
+}
+
 // --- file ---
 
 int32_t CreateAttachment(Channel& ch)
@@ -71,7 +77,7 @@ void StartDefaultAttachment(Channel& ch)
     if (ch.TransferEncoding != TE_BASE64 || ch.AttachHandle != 0 || ch.SaveUnnamedBase64 == 0)
         return;
     if (ch.Filename[0] == 0)
-        CopyField(ch.Filename, ch.TextContent != 0 ? "incoming.txt" : "noname.bin");
+        SetDefaultFilename(ch, ch.TextContent != 0 ? "incoming.txt" : "noname.bin");
     CreateAttachment(ch);
 }
 
@@ -132,7 +138,7 @@ int32_t CloseAttachment(Channel& ch)
     ListAttachment(ch);
     ch.AttachCount++;
     ch.AttachTotal++;
-    if (ch.AttCounter > 0)
+    if (ch.AttCounter > 0 && ch.AttCounter < INT32_MAX)
         ch.AttCounter++;
     return 1;
 }

@@ -5,6 +5,9 @@
 
 struct Channel;
 
+// Gives a part that has not named itself a name.
+void SetDefaultFilename(Channel& ch, const char* name);
+
 // Makes the file for the part that calls itself Filename: 1 = AttachHandle is open, 0 = it could not
 // be made, and the part's body goes to the message file.
 int32_t CreateAttachment(Channel& ch);

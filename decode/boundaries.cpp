@@ -10,7 +10,7 @@
 
 #include <cstring>
 
-static bool StartsWith(const char* line, const char* boundary, int32_t length)
+static bool IsBoundary(const char* line, const char* boundary, int32_t length)
 {
     return length > 0 && SameTextNoCase(line, boundary, length) != 0;
 }
@@ -20,10 +20,10 @@ static bool IsBoundaryLine(const Channel& ch)
     const char* line = ch.ReplyBuffer;
     if (line[0] != '-' || line[1] != '-')
         return false;
-    if (StartsWith(line, ch.MainBoundary, ch.MainBoundaryLength))
+    if (IsBoundary(line, ch.MainBoundary, ch.MainBoundaryLength))
         return true;
     for (const MimeBoundary& boundary : ch.AltBoundary)
-        if (StartsWith(line, boundary.Text, boundary.Length))
+        if (IsBoundary(line, boundary.Text, boundary.Length))
             return true;
     return false;
 }
@@ -32,12 +32,13 @@ int32_t CheckBoundaryLine(Channel& ch)
 {
     if (!IsBoundaryLine(ch))
         return 0;
-    ch.BoundaryCount++;
+    if (ch.BoundaryCount < INT32_MAX)
+        ch.BoundaryCount++;
     ch.DecodeState = DS_PART_HEADERS;
     ch.RFC822WriteFlag = 0;
     ch.TransferEncoding = TE_NONE;
     ch.PartInline = 0;
-    CopyField(ch.Filename, "incoming.txt");
+    SetDefaultFilename(ch, "incoming.txt");
     LogFormat(ch, "[Boundary line #%d found]\r\n", ch.BoundaryCount);
     return 1;
 }
@@ -99,9 +100,9 @@ int32_t ProcessContentType(Channel& ch)
 {
     constexpr int32_t NameChars = 13;
     const char* line = ch.ReplyBuffer;
-    if (SameTextNoCase(line, "Content-Type:", NameChars) == 0)
+    if (!BeginsWith(line, "Content-Type:"))
         return 0;
-    if (SameTextNoCase(line + ClampIndex(line, NameChars + 1), "text", 4) != 0)
+    if (BeginsWith(line + ClampIndex(line, NameChars + 1), "text"))
         ch.TextContent = 1;
     char boundary[BoundaryChars + 1] = "";
     const int32_t length = ParseBoundary(ch, NameChars, boundary);
@@ -143,8 +144,7 @@ static int32_t ProcessOtherBoundary(Channel& ch, int32_t slot)
 
 int32_t ProcessMultipartLine(Channel& ch)
 {
-    constexpr char Head[] = "Content-Type: Multipart";
-    if (SameTextNoCase(ch.ReplyBuffer, Head, sizeof Head - 1) == 0)
+    if (!BeginsWith(ch.ReplyBuffer, "Content-Type: Multipart"))
         return 0;
     const int32_t slot = FindFreeSlot(ch);
     if (slot < 0) {

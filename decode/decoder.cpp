@@ -22,12 +22,6 @@
 constexpr int32_t CopyIt = 1;
 constexpr int32_t DealtWith = 0;
 
-template <size_t N>
-static bool StartsWith(const Channel& ch, const char (&head)[N])
-{
-    return SameTextNoCase(ch.ReplyBuffer, head, N - 1) != 0;
-}
-
 static bool IsBlankLine(const Channel& ch)
 {
     return ch.ReplyBuffer[0] == '\r';
@@ -64,7 +58,7 @@ void ResetDecoder(Channel& ch)
 
 int32_t WriteToDisk(Channel& ch, int32_t handle, const char* bytes, int32_t count)
 {
-    if (ch.Protocol == 'P' && SameTextNoCase(bytes, "+OK", 3) != 0)
+    if (ch.Protocol == 'P' && BeginsWith(bytes, "+OK"))
         return 0;
     if (ch.Protocol == 'I' && HasEndTag(ch, bytes))
         return 0;
@@ -98,7 +92,7 @@ static int32_t DecodeHeaders(Channel& ch, int32_t)
 {
     if (IsBlankLine(ch))
         return EndHeaders(ch);
-    if (StartsWith(ch, "MIME-Version: 1.0")) {
+    if (BeginsWith(ch.ReplyBuffer, "MIME-Version: 1.0")) {
         ch.MimeSeen = 1;
         LogText(&ch, "[MIME version seen]\r\n");
         return DealtWith;
@@ -153,7 +147,7 @@ static void EndRfc822Headers(Channel& ch)
     if (ch.TransferEncoding == TE_NONE)
         ch.TransferEncoding = TE_7BIT;
     if (ch.Rfc822HasDisposition == 0) {
-        CopyField(ch.Filename, "rfc822.txt");
+        SetDefaultFilename(ch, "rfc822.txt");
         CreateAttachment(ch);
     }
 }
@@ -197,7 +191,7 @@ static void KeepContentId(Channel& ch)
 {
     constexpr char Head[] = "Content-ID: ";
     constexpr int32_t MostChars = 244;
-    if (!StartsWith(ch, Head))
+    if (!BeginsWith(ch.ReplyBuffer, Head))
         return;
     CopyText(ch.PartId, ch.ReplyBuffer + sizeof Head - 1, MostChars);
     CutAtLineEnd(ch.PartId);
@@ -206,7 +200,7 @@ static void KeepContentId(Channel& ch)
 // Notes the part of a nested message: true if that message is to be decoded.
 static bool BeginRfc822(Channel& ch)
 {
-    if (!StartsWith(ch, "Content-Type: message/rfc822"))
+    if (!BeginsWith(ch.ReplyBuffer, "Content-Type: message/rfc822"))
         return false;
     ch.Rfc822Seen = 1;
     ch.Rfc822HasDisposition = 0;
@@ -234,7 +228,7 @@ static int32_t WriteTextTag(Channel& ch)
 static void DecodeNamingLine(Channel& ch)
 {
     if (ProcessDisposition(ch) == 0) {
-        if (!StartsWith(ch, "Content-Type:"))
+        if (!BeginsWith(ch.ReplyBuffer, "Content-Type:"))
             return;
         CopyField(ch.PartId, "nul");
     }
@@ -257,7 +251,7 @@ static int32_t DecodePartHeaders(Channel& ch, int32_t)
     KeepContentId(ch);
     if (BeginRfc822(ch))
         return DealtWith;
-    if (ch.TagTextParts != 0 && StartsWith(ch, "Content-Type: text"))
+    if (ch.TagTextParts != 0 && BeginsWith(ch.ReplyBuffer, "Content-Type: text"))
         return WriteTextTag(ch);
     DecodeNamingLine(ch);
     return DealtWith;

@@ -128,14 +128,6 @@ static void RemoveChars(char* text, int32_t count)
     memmove(text, text + removed, length - removed + 1);
 }
 
-// A header is a text: a zero byte in a word is a blank there, as one that arrives.
-static void BlankZeros(char* bytes, int32_t count)
-{
-    for (int32_t i = 0; i < count; i++)
-        if (bytes[i] == 0)
-            bytes[i] = ' ';
-}
-
 // Decodes quoted text in place up to the end of its line. The line end stays, and so does a word's
 // end in front of it: to the decoder they would be a soft line break.
 static void DecodeQuotedLine(Channel& ch, char* text)
@@ -149,7 +141,7 @@ static void DecodeQuotedLine(Channel& ch, char* text)
     char* const rest = text + length;
     char* const decoded = ch.ScratchBuffer;
     const int32_t count = DecodeQuoted(decoded, decoded);
-    BlankZeros(decoded, count);
+    BlankZeros(decoded, count); // a header is a text: a zero byte is what it is on arrival
     memcpy(text, decoded, static_cast<size_t>(count));
     memmove(text + count, rest, strlen(rest) + 1);
 }

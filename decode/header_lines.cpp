@@ -43,12 +43,13 @@ static int32_t TakeFold(Channel& ch)
 static HeaderOutcome ProcessAddresses(Channel& ch, HeaderStore& store)
 {
     constexpr int32_t MostLines = 256;
+    const uint32_t deadline = FoldDeadline();
     int32_t index = 4;
     for (int32_t lines = 0; lines < MostLines; lines++) {
         if (const WordCode code = FindEncodedWord(TextFrom(ch, index)); code != WORD_NONE)
             DecodeEncodedWord(ch, index, code);
         AppendHeaderStore(store, TextFrom(ch, index));
-        if (!FoldIsNext(ch))
+        if (!FoldIsNext(ch, deadline))
             return HEADER_COPY;
         WriteHeaderLine(ch, TextLength(ch.ReplyBuffer));
         if (TakeFold(ch) < 0)
@@ -91,14 +92,14 @@ static void RewriteSubject(Channel& ch, int32_t index, SubjectWords& words)
 static HeaderOutcome Process_Subject(Channel& ch)
 {
     constexpr int32_t MostLines = 1023;
+    const uint32_t deadline = FoldDeadline();
     SubjectWords words = {};
     int32_t index = 9;
     for (int32_t lines = 0; lines < MostLines; lines++) {
         RewriteSubject(ch, index, words);
         AppendHeaderStore(ch.SubjectStore, TextFrom(ch, index));
-        if (NoHeaderCopy == 0)
-            WriteHeaderLine(ch, TrimEncodedTail(ch.ReplyBuffer));
-        if (!FoldIsNext(ch))
+        WriteHeaderLine(ch, TrimEncodedTail(ch.ReplyBuffer));
+        if (!FoldIsNext(ch, deadline))
             return HEADER_TAKEN;
         if (TakeFold(ch) < 0)
             return HEADER_COPY;

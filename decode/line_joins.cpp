@@ -5,6 +5,8 @@
 #include "frame/channel.h"
 #include "frame/log.h"
 #include "frame/settings.h"
+#include "frame/ticks.h"
+#include "platform/platform.h"
 #include "transport/channel_io.h"
 
 #include <cstring>
@@ -21,16 +23,24 @@ int32_t ClampIndex(const char* text, int32_t index)
     return static_cast<int32_t>(strnlen(text, static_cast<size_t>(index)));
 }
 
-bool FoldIsNext(Channel& ch)
+uint32_t FoldDeadline()
 {
+    return TickAfter(osTickCount(), RestOfLineWait());
+}
+
+bool FoldIsNext(Channel& ch, uint32_t deadline)
+{
+    const uint32_t now = osTickCount();
+    const uint32_t left = TickReached(now, deadline) ? 0 : deadline - now;
     char head[2];
-    const int32_t count = PeekServerLine(ch, head, sizeof head, FetchTimeout);
+    const int32_t count =
+        PeekServerLine(ch, head, sizeof head, left < FetchTimeout ? left : FetchTimeout);
     return count == sizeof head && IsBlank(head[0]);
 }
 
 int32_t ReadFold(Channel& ch)
 {
-    return ReadServerLine(ch, ch.ReplyBuffer, ReplyReadCapacity, FetchTimeout, 4 * FetchTimeout);
+    return ReadServerLine(ch, ch.ReplyBuffer, ReplyReadCapacity, FetchTimeout, RestOfLineWait());
 }
 
 // True if what comes next is the line that ends the message, or nothing at all.
@@ -65,7 +75,7 @@ static bool ReadBehind(Channel& ch, int32_t length)
     const int32_t capacity = room < ReplyReadCapacity ? room : ReplyReadCapacity;
     if (capacity < 2 || EndIsNext(ch))
         return false;
-    return ReadServerLine(ch, ch.ReplyBuffer + place, capacity, FetchTimeout, 4 * FetchTimeout) > 0;
+    return ReadServerLine(ch, ch.ReplyBuffer + place, capacity, FetchTimeout, RestOfLineWait()) > 0;
 }
 
 int32_t JoinIfEndsWith(Channel& ch, char endChar)
@@ -104,7 +114,8 @@ void CombineHeaderLines(Channel& ch)
 {
     constexpr int32_t MostFolds = 10;
     LogText(&ch, "[CombineHeaderLines]\n");
-    for (int32_t i = 0; i < MostFolds && FoldIsNext(ch); i++)
+    const uint32_t deadline = FoldDeadline();
+    for (int32_t i = 0; i < MostFolds && FoldIsNext(ch, deadline); i++)
         if (!JoinNextLine(ch))
             return;
 }

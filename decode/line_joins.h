@@ -7,8 +7,12 @@
 
 struct Channel;
 
-// True if the next line is a continuation: it begins with a blank or a TAB.
-bool FoldIsNext(Channel& ch);
+// True if the next line is a continuation: it begins with a blank or a TAB. It is waited for up to
+// FetchTimeout, but not beyond deadline.
+bool FoldIsNext(Channel& ch, uint32_t deadline);
+
+// When all folds of a header that begins now must be there: a drip can't stretch it for ever.
+uint32_t FoldDeadline();
 
 // Reads the continuation in the place of the line in hand: its length, or a status.
 int32_t ReadFold(Channel& ch);

@@ -30,7 +30,7 @@ static constexpr EncodingRow Encodings[] = {
 int32_t ProcessTransferEncoding(Channel& ch)
 {
     constexpr char Head[] = "Content-Transfer-Encoding:";
-    if (SameTextNoCase(ch.ReplyBuffer, Head, sizeof Head - 1) == 0)
+    if (!BeginsWith(ch.ReplyBuffer, Head))
         return 0;
     for (const EncodingRow& row : Encodings) {
         if (FindTextNoCase(ch.ReplyBuffer + sizeof Head - 1, row.Text) == nullptr)
@@ -46,7 +46,7 @@ int32_t ProcessDisposition(Channel& ch)
 {
     constexpr char Head[] = "Content-Disposition:";
     constexpr char Inline[] = "inline";
-    if (SameTextNoCase(ch.ReplyBuffer, Head, sizeof Head - 1) == 0)
+    if (!BeginsWith(ch.ReplyBuffer, Head))
         return 0;
     const char* found = FindTextNoCase(ch.ReplyBuffer + sizeof Head - 1, Inline);
     if (found != nullptr && found[sizeof Inline - 1] != ';') {
@@ -65,7 +65,7 @@ int32_t SaveContentType(Channel& ch)
     constexpr char Head[] = "Content-Type: ";
     constexpr int32_t TypeFrom = sizeof Head - 1;
     constexpr int32_t LookedAt = 256;
-    if (SameTextNoCase(ch.ReplyBuffer, Head, TypeFrom) == 0)
+    if (!BeginsWith(ch.ReplyBuffer, Head))
         return 0;
     CombineHeaderLines(ch);
     int32_t end = IndexOfChar(ch.ReplyBuffer, ';', LookedAt);

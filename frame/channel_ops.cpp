@@ -184,6 +184,7 @@ int32_t rynClose(uint32_t channel)
         if (record->TargetFile != 0)
             ch.ErrorFileName[0] = 0;
         DetachFiles(ch);
+        Finish(ch); // whatever was read or written there is over
         return 1;
     }
     if (!isConnected) {

@@ -7,6 +7,7 @@
 #include "frame/log.h"
 #include "frame/retrieval.h"
 #include "frame/settings.h"
+#include "retrieve/message_file.h"
 #include "send/address.h"
 #include "transport/tunnel_ops.h"
 #include "transport/vsock.h"
@@ -26,10 +27,19 @@ static const char* Shown(const char* text)
     return text == nullptr ? "(null)" : text;
 }
 
+// What every connect that has a protocol does first: a transfer that broke off ends by the rules of the
+// protocol that it was begun in.
+static void BeginConnect(Channel& ch, char protocol)
+{
+    CloseFetchFiles(ch);
+    CloseTransferFiles(ch);
+    DetachFiles(ch);
+    ch.Protocol = protocol;
+}
+
 // What every connect does last: runs the driver, and closes the socket if that fails.
 static int32_t StartConnecting(Channel& ch, State first)
 {
-    DetachFiles(ch);
     vsResetRing(ch.VSock);
     vsForgetSends(ch.VSock); // of a connection that this one replaces
     ch.LineIsOpen = 0;
@@ -46,7 +56,7 @@ int32_t rynSmtpConnect(uint32_t channel, const char* server, const char* from, c
     if (const int32_t status = GuardChannel(channel); status < 0)
         return status;
     Channel& ch = *ChannelTable[channel];
-    ch.Protocol = 'S';
+    BeginConnect(ch, 'S');
     ch.TestConnectOnly = 0;
     LogText(&ch, "*** rynSmtpConnect\r\n");
     if (server == nullptr)
@@ -78,16 +88,17 @@ void ResetRetrieval(Channel& ch)
     ResetBoundaries(ch);
 }
 
-// Notes the account of a mailbox: 0 or a status.
-static int32_t SetMailAccount(Channel& ch, const char* user, const char* password)
+static int32_t CheckMailAccount(const char* user, const char* password)
 {
     if (user == nullptr)
         return RYN_ERR_NO_USER;
-    if (password == nullptr)
-        return RYN_ERR_NO_PASSWORD;
+    return password == nullptr ? RYN_ERR_NO_PASSWORD : 0;
+}
+
+static void SetMailAccount(Channel& ch, const char* user, const char* password)
+{
     CopyField(ch.UserName, user);
     CopyField(ch.Password, password);
-    return 0;
 }
 
 int32_t rynPop3Connect(uint32_t channel, const char* server, const char* user, const char* password)
@@ -95,16 +106,16 @@ int32_t rynPop3Connect(uint32_t channel, const char* server, const char* user, c
     if (const int32_t status = GuardChannel(channel); status < 0)
         return status;
     Channel& ch = *ChannelTable[channel];
-    ch.Protocol = 'P';
+    BeginConnect(ch, 'P');
     LogText(&ch, "*** rynPop3Connect\r\n");
     if (server == nullptr)
         return RYN_ERR_NO_SERVER;
-    if (const int32_t status = SetMailAccount(ch, user, password); status < 0)
+    if (const int32_t status = CheckMailAccount(user, password); status < 0)
         return status;
     if (ServerNameIsValid(server) == 0)
         return RYN_ERR_BAD_SERVER_NAME;
     CopyField(ch.ServerName, server);
-    DetachFiles(ch);
+    SetMailAccount(ch, user, password);
     ResetRetrieval(ch);
     ch.ServerPort = ch.Pop3Port;
     return StartConnecting(ch, ST_POP3_START);
@@ -160,7 +171,7 @@ static int32_t PrepareSmtpConnectSSL(uint32_t channel, const SecureServer& to, c
                                      const char* replyTo)
 {
     Channel& ch = *ChannelTable[channel];
-    ch.Protocol = 'S';
+    BeginConnect(ch, 'S');
     ch.TestConnectOnly = 0;
     const bool hasTunnel = to.SecurePort == 0; // a second session through a tunnel that runs
     if (!hasTunnel && (to.Server == nullptr || to.User == nullptr || to.Password == nullptr))
@@ -206,12 +217,15 @@ static void LogPop3ConnectSSL(const Channel& ch, const SecureServer& to)
 static int32_t PrepareMailConnectSSL(Channel& ch, TunnelProtocol protocol, const SecureServer& to)
 {
     const bool hasTunnel = to.SecurePort == 0;
-    if (const int32_t status = SetMailAccount(ch, to.User, to.Password); status < 0)
+    if (const int32_t status = CheckMailAccount(to.User, to.Password); status < 0)
         return status;
+    if (!hasTunnel && *TunnelFolder() == 0)
+        return RYN_ERR_PROXY_NOT_CONFIGURED;
+    SetMailAccount(ch, to.User, to.Password);
     if (hasTunnel)
         return 0;
-    if (*TunnelFolder() == 0)
-        return RYN_ERR_PROXY_NOT_CONFIGURED;
+    if (to.Server == nullptr)
+        return RYN_ERR_NULL_POINTER;
     const int32_t status = OpenTunnel(ch, protocol, to);
     return status < 0 ? status : 0;
 }
@@ -230,11 +244,10 @@ int32_t rynPop3ConnectSSL(uint32_t channel, uint32_t localPort, uint32_t secureP
                               password,
                               proxyHost };
     LogPop3ConnectSSL(ch, to);
-    ch.Protocol = 'P';
+    BeginConnect(ch, 'P');
     if (const int32_t status = PrepareMailConnectSSL(ch, TUNNEL_POP3, to); status < 0)
         return status;
     ch.Pop3Port = ch.ServerPort = to.LocalPort;
-    DetachFiles(ch);
     ResetRetrieval(ch);
     return StartConnecting(ch, ST_POP3_START);
 }

@@ -110,6 +110,12 @@ int32_t SendOrFail(Channel& ch, const char* text)
     return result < 0 ? FailSend(ch, result) : 0;
 }
 
+int32_t SendCommandOrFail(Channel& ch, int32_t status)
+{
+    const int32_t result = SendLine(ch, ch.CommandBuffer);
+    return result < 0 ? FailState(ch, result, status) : 0;
+}
+
 bool ReadReplyOrLeave(Channel& ch, int32_t& leaveOut)
 {
     if (ChannelDataReady(ch, 0) == 0) {

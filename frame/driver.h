@@ -37,6 +37,9 @@ void Arm(Channel& ch, uint32_t gap, uint32_t timeout);
 // Sends text as a line: 0, or what FailState returned.
 int32_t SendOrFail(Channel& ch, const char* text);
 
+// The same for CommandBuffer, with a status of its own for a send that fails.
+int32_t SendCommandOrFail(Channel& ch, int32_t status);
+
 // Reads an SMTP reply: true if one has come and is no refusal. Otherwise leaveOut is what the state
 // returns: it waits, or has failed.
 bool ReadReplyOrLeave(Channel& ch, int32_t& leaveOut);

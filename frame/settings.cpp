@@ -80,3 +80,9 @@ int32_t LoadShared(char* target, const char* source, int32_t count)
     target[i] = 0;
     return i;
 }
+
+uint32_t RestOfLineWait()
+{
+    constexpr uint32_t LongestWait = INT32_MAX; // beyond it ticks can't be compared
+    return FetchTimeout > LongestWait / 4 ? LongestWait : 4 * FetchTimeout;
+}

@@ -18,6 +18,9 @@ extern uint32_t PollDelay;      // between two looks at a silent socket
 extern uint32_t DriverDelay;    // at the head of every rynDriver
 extern uint32_t ConnectAttempts;
 
+// The wait for the rest of a line whose beginning has come, and for all folds of a header together.
+uint32_t RestOfLineWait();
+
 // --- lists and names ---
 extern char RecipientDelimiter;
 extern char AttachDelimiter;

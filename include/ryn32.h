@@ -176,7 +176,7 @@ extern "C" {
 #define RYN_CONNECT_TIMEOUT            3    /* process [30000]: wait for a connection to stand */
 #define RYN_MESSAGE_TYPE               8    /* channel [0]: type of the message text, low 5 bits; see rynSendEmail */
 #define RYN_AUTO_CALL_DRIVER           9    /* channel [1]: low bit: 1 automatic driving, 0 manual driving */
-#define RYN_ATTACH_NUMBERING           10   /* channel [0]: numbers in front of the names of saved attachments */
+#define RYN_ATTACH_NUMBERING           10   /* channel [0]: not 0: numbers in front of the names of saved attachments; above 0 the first of them, below 0 goes on */
 #define RYN_POLL_DELAY                 13   /* process [100]: pause between two looks at a silent socket; sockets take it over at rynAttach */
 #define RYN_SAVE_UNNAMED_BASE64        14   /* channel [0]: save Base64 parts that have no name */
 #define RYN_SMTP_PORT                  15   /* channel [25]: 16 bits */
@@ -191,7 +191,7 @@ extern "C" {
 #define RYN_ATTACH_DELIMITER           25   /* process [';']: 8 bits; separates files */
 #define RYN_NAME_SEPARATOR             26   /* process ['|']: 8 bits; between a file and its shown name */
 #define RYN_DETECT_IMAGES              27   /* channel [1]: give images a media type of their own */
-#define RYN_DECODE_MODE                28   /* channel [0]: 1 fetches without decoding */
+#define RYN_DECODE_MODE                28   /* channel [0]: 1 fetches without decoding, to a raw copy: set RYN_RAW_PREFIX too, see rynGetEmailFile */
 #define RYN_USE_EHLO                   29   /* channel [0]: greet with EHLO and not with HELO */
 #define RYN_USE_APOP                   30   /* channel [0]: log in to POP3 by APOP */
 #define RYN_ATTACH_COUNTER             31   /* channel [0]: above 0: saved attachments are named by this running number */
@@ -203,7 +203,7 @@ extern "C" {
 #define RYN_KEEP_RFC822                37   /* channel [0]: keep nested messages as they are */
 #define RYN_IMAP_PORT                  38   /* channel [143]: 16 bits */
 #define RYN_EXPUNGE_ON_CLOSE           39   /* channel [on]: remove deleted IMAP mail at rynClose */
-#define RYN_SKIP_ATTACH_DATA           40   /* channel [0]: do not save attachments */
+#define RYN_SKIP_ATTACH_DATA           40   /* channel [0]: attachments are made and listed, but stay empty */
 #define RYN_IMAP_PARTIAL               41   /* process [0]: fetch IMAP mail in parts */
 #define RYN_FILENAME_PAGE_CODE         42   /* channel [0]: page code (see rynMakeSubject) for the names of attachments; 15 also opens the file by its UTF-8 name */
 #define RYN_SHOW_SECRETS               43   /* process [0]: show passwords in the log; the part that concerns sent lines works only while the channel has no socket */
@@ -212,9 +212,9 @@ extern "C" {
 #define RYN_MAILER_HEADER              64   /* channel [1]: odd: an X-Mailer line; even: an X-Mail-Agent line */
 #define RYN_COMMAS_IN_ADDRESS_HEADERS  67   /* process [1]: commas instead of the delimiter in To and CC lines */
 #define RYN_MULTIPART_KIND             68   /* channel [0]: 2 multipart/alternative, 3 multipart/related, other multipart/mixed */
-#define RYN_RAW_PREFIX                 70   /* channel [0]: prefix of raw copies */
+#define RYN_RAW_PREFIX                 70   /* channel [0]: not 0: a raw copy is kept, its name being this char and the message file's */
 #define RYN_CONNECT_ATTEMPTS           75   /* process [3]: 1 to 20; other values are ignored, with the result 1 all the same */
-#define RYN_UNDERSCORE_TO_SPACE        76   /* process [1]: underscores become blanks in quoted texts; the result is the count of those so far */
+#define RYN_UNDERSCORE_TO_SPACE        76   /* process [1]: underscores become blanks in all quoted-printable, bodies and attachments too; the result is the count of those so far */
 #define RYN_INERT_1000                 1000 /* process: stored, without effect */
 #define RYN_INERT_1002                 1002 /* process: stores 1, without effect */
 #define RYN_BOTH_MAILER_HEADERS        1003 /* channel: both mailer lines or none */
@@ -259,8 +259,8 @@ extern "C" {
 #define RYN_STAT_DRIVER_CALLS          2    /* states run on this channel */
 #define RYN_STAT_REPLY_CODE            3    /* number of the last reply */
 #define RYN_STAT_SOCK_CODE             4    /* socket status of the last failure, 0 = none */
-#define RYN_STAT_MSG_BYTES_IN          10   /* bytes of message text read for sending */
-#define RYN_STAT_ATTACH_BYTES_IN       11   /* bytes of attachments read for sending */
+#define RYN_STAT_MSG_BYTES_IN          10   /* bytes of message text read for sending; of lines for the message file */
+#define RYN_STAT_ATTACH_BYTES_IN       11   /* bytes of attachments read for sending; of lines that were decoded */
 #define RYN_STAT_BYTES_IN              12   /* both */
 #define RYN_STAT_MSG_BYTES_OUT         13   /* bytes of message text sent */
 #define RYN_STAT_ATTACH_BYTES_OUT      14   /* bytes of attachments sent */
@@ -326,12 +326,13 @@ RYN_API int32_t rynRelease(void);
 
 /* rynClose: ends the conversation (QUIT), closes the socket and frees the texts of the last message.
  *   channel  number of an attached channel
- * Returns  1 if a target file was closed; otherwise 0, also when there was no connection.
+ * Returns  1 if a target or source file was closed; otherwise 0, also when there was no connection.
  *          Manual: 0 at once; when rynDriver gives 0 the farewell is over and the socket still
  *          open, until rynAbort or rynRelease
  * Errors   the two guards; what the driver reports of the farewell, with the socket closed all
  *          the same
- * Note     closing a socket takes 500 ms. Extra headers are dropped; other settings stay */
+ * Note     closing a socket takes 500 ms. Extra headers are dropped, and the Subject, To and Cc values
+ *          of rynGetHeader; other settings stay */
 RYN_API int32_t rynClose(uint32_t channel);
 
 /* rynAbort: drops the connection without a word to the server. What was waiting to be driven is
@@ -354,10 +355,16 @@ RYN_API int32_t rynIsConnected(uint32_t channel);
  *          slept 10 or 100 ms). Other positive: the number of the next step, call again; a step that
  *          waits for the server repeats, most of them without sleeping, so a host that has other
  *          work does it then. Looking up a name, connecting and sending may block; reading a
- *          greeting takes 200 ms, and the wait for the last reply to a message up to 1 s a call
+ *          greeting takes 200 ms, and the wait for the last reply to a message up to 1 s a call. A
+ *          step that fetches a message waits for a line as long as a line may take, and up to 4 times
+ *          that for the rest of it or the folds of a header; one that has begun to read a reply, as
+ *          long as a reply may take
  * Errors   the operation has failed and is over. RYN_ERR_TIMED_OUT, RYN_ERR_SERVER_NOT_FOUND,
  *          RYN_ERR_CONNECT_FAILED, RYN_ERR_CANNOT_CREATE_SOCKET, RYN_ERR_SOCK_WRITE,
- *          RYN_ERR_SMTP_REPLY, RYN_ERR_RESPONSE_OVERFLOW, RYN_ERR_CANNOT_OPEN_FILE,
+ *          RYN_ERR_SOCK_READ: a command to a mailbox could not be sent; RYN_ERR_SMTP_REPLY,
+ *          RYN_ERR_POP3_REPLY, RYN_ERR_NO_APOP_TIMESTAMP, RYN_ERR_RESPONSE_OVERFLOW,
+ *          RYN_ERR_NO_SUCH_VSOCK: there is no connection; RYN_ERR_CANNOT_OPEN_FILE,
+ *          RYN_ERR_CANNOT_CREATE_FILE,
  *          RYN_ERR_MISSING_FROM, RYN_ERR_MISSING_LEFT_ANGLE: a sender set by RYN_FROM has no
  *          brackets; RYN_ERR_NULL_POINTER; the two guards */
 RYN_API int32_t rynDriver(uint32_t channel);
@@ -491,8 +498,8 @@ RYN_API int32_t rynPop3Connect(uint32_t channel, const char *server, const char 
  *   proxyHost   host on which the tunnel listens; null or empty: this machine
  * Returns  0: logged in. Manual: 0 when the work has begun
  * Errors   RYN_ERR_NO_USER, RYN_ERR_NO_PASSWORD, RYN_ERR_PROXY_NOT_CONFIGURED,
- *          RYN_ERR_CANNOT_CREATE_FILE: the configuration; RYN_ERR_PROXY_START; those of
- *          rynPop3Connect. The tunnel's log has the reason when a certificate is refused
+ *          RYN_ERR_NULL_POINTER: the server; RYN_ERR_CANNOT_CREATE_FILE: the configuration;
+ *          RYN_ERR_PROXY_START; those of rynPop3Connect. The tunnel's log has the reason when a certificate is refused
  * Note     the process lives until rynClose or rynRelease */
 RYN_API int32_t rynPop3ConnectSSL(uint32_t channel, uint32_t localPort, uint32_t securePort,
                                   const char *server, const char *user, const char *password,
@@ -724,20 +731,27 @@ RYN_API int32_t rynGetEmailLines(uint32_t channel, int32_t message, int32_t line
  *          message file; RYN_ERR_TIMED_OUT also when the server does not know the message; the two
  *          guards; what the driver reports
  * Files    The message file holds the Subject, To, Cc, From and Date lines (none with
- *          RYN_NO_HEADER_COPY), an empty line, the text parts with their transfer encoding taken off,
- *          and a note in the place of each attachment (none with RYN_NO_ATTACH_NOTE). Each part that
+ *          RYN_NO_HEADER_COPY), an empty line, the parts without a name, quoted-printable taken off and
+ *          Base64 left on (RYN_SAVE_UNNAMED_BASE64 gives such parts files), and a note in the place of
+ *          each attachment (none with RYN_NO_ATTACH_NOTE). POP3: a line that begins with "+OK" is
+ *          left out. Each part that
  *          has a name goes to a file of that name in attachFolder; chars that no file name may hold,
  *          '/' and '\' among them, become '_'. An older file of that name is replaced, a file that
  *          the library holds open never is: the part then stays in the message file, encoded. Two
  *          attachments of one name leave the second one alone, unless RYN_ATTACH_NUMBERING or
- *          RYN_ATTACH_COUNTER keeps names apart. The names as they are on the disk, the media types
+ *          RYN_ATTACH_COUNTER keeps names apart. A quoted name in UTF-8 whose bytes some system's file
+ *          names can't hold (81, 8D to 90, 9D, 9E), or with a char of 4 bytes, gives no file: the part
+ *          stays in the message file; RYN_ATTACH_COUNTER avoids that. Peers choose these names: let
+ *          attachFolder hold nothing else. The names as they are on the disk, the media types
  *          and the Content-IDs stand in the lists of rynDebug.
  *          Bytes that are written are gathered and reach the file when it is closed, when the
  *          operation ends, and in manual driving before each return of rynDriver. A full disk cuts
  *          the files short without a failure
- * Note     with RYN_DECODE_MODE 1 nothing is decoded: the message goes to a raw copy, the message
- *          file stays empty. RYN_RAW_PREFIX makes a raw copy in any mode; the name of a raw copy is
- *          that character and emailName. A line above 8191 bytes comes in pieces, each a line of its
+ * Note     with RYN_DECODE_MODE 1 nothing is decoded: the message goes to the raw copy, the message
+ *          file stays empty. Without RYN_RAW_PREFIX that copy can't be made and the message is lost, with
+ *          the result 0, and so is what a silent or refusing server leaves out. RYN_RAW_PREFIX makes a
+ *          raw copy in any mode. After a failure the files stay open until the next operation on the
+ *          mailbox, rynClose or rynAbort. A line above 8191 bytes comes in pieces, each a line of its
  *          own to the decoder; zero bytes become blanks. Up to 9 boundaries are known at a time,
  *          rynGetHeader keeps up to 1 MiB of each header: memory does not grow with the message.
  *          The server ends the message by its last line: a peer that closes the connection early, or
@@ -752,7 +766,8 @@ RYN_API int32_t rynGetEmailFile(uint32_t channel, int32_t message, const char *e
  *   buffer   out: POP3 the server's line or lines as they came, "+OK 1 UID" and CR LF; IMAP the
  *            number and CR LF. A terminating zero stands behind them
  *   size     capacity in bytes with the zero, at least 128; what does not fit is dropped
- * Returns  length of the text, 0 when the question failed. Manual: 0; the text is there when rynDriver
+ * Returns  length of the text, that of a refusal too; 0 when nothing came. A list that is refused takes
+ *          the time of a reply. Manual: 0; the text is there when rynDriver
  *          gives 0
  * Errors   RYN_ERR_POP3_OR_IMAP_ONLY, RYN_ERR_NULL_BUFFER, RYN_ERR_BUFFER_TOO_SMALL; the two guards
  * Owner    the buffer is the host's and must live until the operation has ended */
@@ -803,7 +818,7 @@ RYN_API int32_t rynImapSource(uint32_t channel, const char *fileName);
  * Note     values begin behind the header's name and one blank. Subject, To and Cc: an encoded word
  *          (RFC 2047) in UTF-8, US-ASCII, Big5, ISO-8859-1, -2, -3, -4, -7, -8, -15, ISO-2022-JP,
  *          Windows-1250, -1252 or -1255 becomes its bytes, without a conversion, one word for each
- *          line of the message. Read it when no fetch runs on the channel */
+ *          line of the message; line ends and control chars can be among them. Read it when no fetch runs on the channel */
 RYN_API int32_t rynGetHeader(uint32_t channel, int32_t code, char *target, int32_t size);
 
 /* rynExtractText: finds a text and copies the rest of its line. Needs no rynAttach.

@@ -18,13 +18,6 @@
 
 #include <cstring>
 
-// Sends CommandBuffer: 0, or what FailState returned.
-static int32_t SendFetchCommand(Channel& ch)
-{
-    const int32_t result = SendLine(ch, ch.CommandBuffer);
-    return result < 0 ? FailState(ch, result, RYN_ERR_SOCK_READ) : 0;
-}
-
 // --- a line of a message ---
 
 enum LineKind { LINE_NONE, LINE_TEXT, LINE_END, LINE_FAILED };
@@ -93,7 +86,7 @@ int32_t FetchStart(Channel& ch, uint32_t)
                    ch.MessageNumber);
     else
         FormatText(ch.CommandBuffer, CommandCapacity, "RETR %d", ch.MessageNumber);
-    if (const int32_t status = SendFetchCommand(ch); status < 0)
+    if (const int32_t status = SendCommandOrFail(ch, RYN_ERR_SOCK_READ); status < 0)
         return status;
     if (ch.DecodeState == DS_RAW) {
         OpenRawFile(ch, false);
@@ -132,7 +125,7 @@ static void KeepLine(Channel& ch, int32_t length)
 int32_t FetchDecode(Channel& ch, uint32_t)
 {
     int32_t length = 0;
-    switch (ReadMessageLine(ch, 4 * FetchTimeout, "[EOF1]\r\n", length)) {
+    switch (ReadMessageLine(ch, RestOfLineWait(), "[EOF1]\r\n", length)) {
     case LINE_NONE:
         return Stay(ch);
     case LINE_END:
@@ -172,6 +165,7 @@ int32_t FetchEnd(Channel& ch, uint32_t)
 {
     CloseRawFile(ch);
     vsDrain(ch.VSock);
+    ch.LineIsOpen = 0; // whatever was open is gone with the rest
     LogText(&ch, "[CLOSE]\r\n");
     CloseAttachment(ch);
     EndEmailFile(ch);
@@ -198,22 +192,10 @@ int32_t FetchLinesStart(Channel& ch, uint32_t)
 {
     LogText(&ch, "[Saving to buffer]\r\n");
     FormatLinesCommand(ch);
-    if (const int32_t status = SendFetchCommand(ch); status < 0)
+    if (const int32_t status = SendCommandOrFail(ch, RYN_ERR_SOCK_READ); status < 0)
         return status;
     Arm(ch, CommandGap, ReplyTimeout);
     return Go(ch, ST_FETCH_LINES);
-}
-
-// What does not fit is dropped, and the message is read to its end all the same.
-static void KeepInBuffer(Channel& ch, int32_t length)
-{
-    ch.MsgBytesRead += static_cast<uint32_t>(length);
-    const int32_t room = ch.UserBufferSize - ch.UserBufferUsed;
-    const int32_t kept = length < room ? length : room;
-    if (ch.UserBuffer == nullptr || kept < 1)
-        return;
-    memcpy(ch.UserBuffer + ch.UserBufferUsed, ch.ReplyBuffer, static_cast<size_t>(kept));
-    ch.UserBufferUsed += kept;
 }
 
 int32_t FetchLines(Channel& ch, uint32_t)
@@ -229,7 +211,8 @@ int32_t FetchLines(Channel& ch, uint32_t)
     case LINE_TEXT:
         break;
     }
-    KeepInBuffer(ch, length);
+    ch.MsgBytesRead += static_cast<uint32_t>(length);
+    KeepInUserBuffer(ch, length);
     return StayForNextLine(ch);
 }
 
@@ -242,7 +225,7 @@ int32_t DeleteMessage(Channel& ch, uint32_t)
                    ch.MessageNumber);
     else
         FormatText(ch.CommandBuffer, CommandCapacity, "DELE %d", ch.MessageNumber);
-    if (const int32_t status = SendFetchCommand(ch); status < 0)
+    if (const int32_t status = SendCommandOrFail(ch, RYN_ERR_SOCK_READ); status < 0)
         return status;
     Arm(ch, CommandGap, ReplyTimeout);
     return Go(ch, ST_DELETE_REPLY);

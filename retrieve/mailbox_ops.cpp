@@ -35,12 +35,8 @@ static int32_t BeginOnMessage(uint32_t channel, const char* name, int32_t messag
     return message < 1 ? RYN_ERR_NO_SUCH_MESSAGE : 0;
 }
 
-// --- count, size, id, deletion ---
-
-static State CountState(const Channel& ch)
-{
-    return ch.Protocol == 'P' ? ST_POP3_STAT : ST_IDLE;
-}
+// --- count, size, id, deletion. Each closes what a fetch that broke off has left open: a raw copy
+// would take the replies for lines of its message. ---
 
 int32_t rynGetEmailCount(uint32_t channel)
 {
@@ -49,12 +45,13 @@ int32_t rynGetEmailCount(uint32_t channel)
     Channel& ch = *ChannelTable[channel];
     if (ch.Protocol == 'S')
         return RYN_ERR_POP3_ONLY;
+    CloseFetchFiles(ch);
     ch.WaitWritable = 1;
     if (ch.Protocol == 'I') {
         ch.EmailCount = ch.ImapCount;
         return ch.EmailCount;
     }
-    ch.NextState = CountState(ch);
+    ch.NextState = ch.Protocol == 'P' ? ST_POP3_STAT : ST_IDLE;
     if (ch.AutoCallDriver == 0)
         return 0;
     if (const int32_t result = RunDriver(ch); result < 0)
@@ -68,6 +65,7 @@ int32_t rynGetEmailSize(uint32_t channel, int32_t message)
     if (const int32_t status = BeginOnMessage(channel, "rynGetEmailSize", message); status < 0)
         return status;
     Channel& ch = *ChannelTable[channel];
+    CloseFetchFiles(ch);
     ch.MessageNumber = message;
     ch.WaitWritable = 1;
     ch.NextState = ch.Protocol == 'P' ? ST_POP3_LIST : ST_IMAP_GET_SIZE;
@@ -88,6 +86,7 @@ int32_t rynGetEmailUID(uint32_t channel, int32_t message, char* buffer, int32_t 
         return RYN_ERR_NULL_BUFFER;
     if (size < SmallestBuffer)
         return RYN_ERR_BUFFER_TOO_SMALL;
+    CloseFetchFiles(ch);
     buffer[0] = 0;
     ch.MessageNumber = message;
     ch.UserBuffer = buffer;
@@ -104,6 +103,7 @@ int32_t rynDeleteEmail(uint32_t channel, int32_t message)
     if (const int32_t status = BeginOnMessage(channel, "rynDeleteEmail", message); status < 0)
         return status;
     Channel& ch = *ChannelTable[channel];
+    CloseFetchFiles(ch);
     ch.MessageNumber = message;
     ch.WaitWritable = 1;
     ch.NextState = ST_DELETE;
@@ -142,6 +142,7 @@ int32_t rynGetEmailLines(uint32_t channel, int32_t message, int32_t lines, char*
     Channel& ch = *ChannelTable[channel];
     if (const int32_t status = PrepareLinesBuffer(ch, buffer, size); status < 1)
         return status;
+    CloseFetchFiles(ch);
     ch.MessageLines = lines < 0 ? 0 : lines;
     ch.MessageNumber = message;
     ch.EmailDir[0] = 0;
@@ -234,6 +235,7 @@ int32_t rynCommand(uint32_t channel, const char* text)
     if (strnlen(text, LoggedBelow) < LoggedBelow)
         LogFormat(ch, "*** rynCommand(%d,'%s') %c \r\n", ch.ChannelNumber, text,
                   ch.Protocol == 0 ? ' ' : ch.Protocol);
+    CloseFetchFiles(ch);
     CopyField(ch.RawCommand, text);
     switch (ch.Protocol) {
     case 'S':
@@ -253,13 +255,22 @@ int32_t rynCommand(uint32_t channel, const char* text)
 
 // --- a stored message in the place of a server ---
 
-// Lets go of whatever the channel reads from, and attaches the file: 1 or a status.
-static int32_t AttachSource(Channel& ch, const char* fileName)
+// True if the file can be read, or is memory, which is asked for once only.
+static bool IsReadable(Channel& ch, const char* fileName)
 {
-    ch.NextState = ST_IDLE; // a fetch that still runs is over
+    return FindChar(fileName, FileIndexChar) != nullptr || TestFileExists(&ch, fileName) != 0;
+}
+
+// Lets go of whatever the channel reads from, and attaches the file: 1 or a status.
+static int32_t AttachSource(Channel& ch, char protocol, const char* fileName)
+{
+    if (!IsReadable(ch, fileName))
+        return RYN_ERR_NO_SUCH_FILE; // a connection is not given up for nothing
     CloseFetchFiles(ch);
     DetachFiles(ch);
-    CloseChannelSocket(ch); // a connection would be out of reach behind the file
+    CloseChannelSocket(ch); // it would be out of reach behind the file
+    ch.Protocol = protocol;
+    ch.NextState = ST_IDLE; // a fetch that still runs is over
     ResetRetrieval(ch);
     const int32_t vs = ch.ChannelNumber;
     const int32_t result = vsOpenSource(vs, fileName);
@@ -281,9 +292,8 @@ static int32_t SetSource(uint32_t channel, const char* operation, char protocol,
     if (const int32_t status = BeginOperation(channel, operation); status < 0)
         return status;
     Channel& ch = *ChannelTable[channel];
-    ch.Protocol = protocol;
     if (fileName != nullptr && *fileName != 0)
-        return AttachSource(ch, fileName);
+        return AttachSource(ch, protocol, fileName);
     ch.SourceMode = 0;
     ch.ErrorFileName[0] = 0;
     return 1;

@@ -1,4 +1,4 @@
-// Files of a fetch.
+// Files and buffer of a fetch.
 #include "retrieve/message_file.h"
 
 #include "codec/text.h"
@@ -8,6 +8,8 @@
 #include "frame/status.h"
 #include "transport/raw_copy.h"
 #include "transport/vfile.h"
+
+#include <cstring>
 
 int32_t BeginEmailFile(Channel& ch)
 {
@@ -48,4 +50,14 @@ void FlushFetchFiles(const Channel& ch)
     u_Flush(ch.RawFile);
     if (ch.Protocol != 'S')
         u_Flush(ch.AttachHandle);
+}
+
+void KeepInUserBuffer(Channel& ch, int32_t length)
+{
+    const int32_t room = ch.UserBufferSize - ch.UserBufferUsed;
+    const int32_t kept = length < room ? length : room;
+    if (ch.UserBuffer == nullptr || kept < 1)
+        return;
+    memcpy(ch.UserBuffer + ch.UserBufferUsed, ch.ReplyBuffer, static_cast<size_t>(kept));
+    ch.UserBufferUsed += kept;
 }

@@ -1,4 +1,4 @@
-// The message file of a fetch, and the closing of all that a fetch holds open.
+// Where a fetch puts what it reads: the message file and its companions, and the buffer of a host.
 #pragma once
 
 #include <cstdint>
@@ -16,3 +16,6 @@ void CloseFetchFiles(Channel& ch);
 
 // Hands what has been gathered for these files to the system.
 void FlushFetchFiles(const Channel& ch);
+
+// Adds what fits of the line in ReplyBuffer to the host's buffer; the rest of it is dropped.
+void KeepInUserBuffer(Channel& ch, int32_t length);

@@ -7,6 +7,7 @@
 #include "frame/settings.h"
 #include "frame/ticks.h"
 #include "platform/platform.h"
+#include "retrieve/message_file.h"
 #include "transport/channel_io.h"
 #include "transport/replies.h"
 
@@ -14,13 +15,6 @@ constexpr uint32_t ApopPause = 200; // ms behind APOP, beside the usual gap
 constexpr uint32_t PassPause = 100;
 
 // --- common steps ---
-
-// Sends CommandBuffer: 0, or what FailState returned.
-static int32_t SendCommandLine(Channel& ch, int32_t status)
-{
-    const int32_t result = SendLine(ch, ch.CommandBuffer);
-    return result < 0 ? FailState(ch, result, status) : 0;
-}
 
 // What follows a line of a login.
 static void ArmLogin(Channel& ch, uint32_t pause)
@@ -104,7 +98,7 @@ int32_t Pop3Apop(Channel& ch, uint32_t)
         return FailState(ch, 0, RYN_ERR_NO_APOP_TIMESTAMP);
     MakeApopAnswer(ch);
     FormatText(ch.CommandBuffer, CommandCapacity, "APOP %s", ch.AuthScratch);
-    if (const int32_t status = SendCommandLine(ch, RYN_ERR_SOCK_READ); status < 0)
+    if (const int32_t status = SendCommandOrFail(ch, RYN_ERR_SOCK_READ); status < 0)
         return status;
     ArmLogin(ch, ApopPause);
     return Go(ch, ST_POP3_LOGIN_REPLY);
@@ -113,7 +107,7 @@ int32_t Pop3Apop(Channel& ch, uint32_t)
 int32_t Pop3User(Channel& ch, uint32_t)
 {
     FormatText(ch.CommandBuffer, CommandCapacity, "USER %s", ch.UserName);
-    if (const int32_t status = SendCommandLine(ch, RYN_ERR_SOCK_READ); status < 0)
+    if (const int32_t status = SendCommandOrFail(ch, RYN_ERR_SOCK_READ); status < 0)
         return status;
     ArmLogin(ch, 0);
     return Go(ch, ST_POP3_USER_REPLY);
@@ -154,7 +148,7 @@ int32_t Pop3Stat(Channel& ch, uint32_t)
 {
     ch.EmailCount = 0;
     CopyText(ch.CommandBuffer, "STAT", 4);
-    if (const int32_t status = SendCommandLine(ch, RYN_ERR_SOCK_READ); status < 0)
+    if (const int32_t status = SendCommandOrFail(ch, RYN_ERR_SOCK_READ); status < 0)
         return status;
     Arm(ch, CommandGap, ReplyTimeout);
     return Go(ch, ST_POP3_STAT_REPLY);
@@ -166,7 +160,7 @@ int32_t Pop3StatReply(Channel& ch, uint32_t)
     if (ChannelDataReady(ch, 0) == 0)
         return Wait(ch);
     if (ReadPop3Reply(ch) >= 0 && TextLength(ch.ReplyBuffer) > CountAt)
-        ch.EmailCount = static_cast<int32_t>(ParseReplyNumber(ch.ReplyBuffer + CountAt));
+        ch.EmailCount = ParseReplyCount(ch.ReplyBuffer + CountAt);
     return Finish(ch);
 }
 
@@ -174,7 +168,7 @@ int32_t Pop3List(Channel& ch, uint32_t)
 {
     ch.MessageSize = 0;
     FormatText(ch.CommandBuffer, CommandCapacity, "LIST %d", ch.MessageNumber);
-    if (const int32_t status = SendCommandLine(ch, RYN_ERR_SOCK_READ); status < 0)
+    if (const int32_t status = SendCommandOrFail(ch, RYN_ERR_SOCK_READ); status < 0)
         return status;
     Arm(ch, CommandGap, ReplyTimeout);
     return Go(ch, ST_POP3_LIST_REPLY);
@@ -191,7 +185,7 @@ int32_t Pop3ListReply(Channel& ch, uint32_t)
     if (blank != nullptr)
         blank = FindChar(blank + 1, ' ');
     if (blank != nullptr)
-        ch.MessageSize = static_cast<int32_t>(ParseReplyNumber(blank + 1));
+        ch.MessageSize = ParseReplyCount(blank + 1);
     return Finish(ch);
 }
 
@@ -203,21 +197,10 @@ int32_t Pop3Uidl(Channel& ch, uint32_t)
         CopyText(ch.CommandBuffer, "UIDL", 4);
     else
         FormatText(ch.CommandBuffer, CommandCapacity, "UIDL %d", ch.MessageNumber);
-    if (const int32_t status = SendCommandLine(ch, RYN_ERR_SOCK_WRITE); status < 0)
+    if (const int32_t status = SendCommandOrFail(ch, RYN_ERR_SOCK_WRITE); status < 0)
         return status;
     Arm(ch, CommandGap, ReplyTimeout);
     return Go(ch, ST_POP3_UIDL_REPLY);
-}
-
-// Adds what fits of a line to the host's buffer, which has room for a zero behind its size.
-static void KeepUidLine(Channel& ch, const char* line, int32_t length)
-{
-    if (ch.UserBuffer == nullptr)
-        return;
-    const int32_t room = ch.UserBufferSize - ch.UserBufferUsed;
-    const int32_t kept = length < room ? length : room;
-    CopyBytes(ch.UserBuffer + ch.UserBufferUsed, line, kept);
-    ch.UserBufferUsed += kept;
 }
 
 // One line is the answer for one message; a list ends in a lone dot.
@@ -226,14 +209,16 @@ int32_t Pop3UidlReply(Channel& ch, uint32_t)
     if (ChannelDataReady(ch, FetchTimeout) == 0)
         return Stay(ch);
     const int32_t length =
-        ReadServerLine(ch, ch.ReplyBuffer, ReplyReadCapacity, FetchTimeout, 4 * FetchTimeout);
+        ReadServerLine(ch, ch.ReplyBuffer, ReplyReadCapacity, FetchTimeout, RestOfLineWait());
     if (length == RYN_ERR_SOCK_CLOSED)
         return Finish(ch);
     if (length < 0)
         return FailState(ch, 0, length);
     if (ch.LineIsPiece == 0 && ch.ReplyBuffer[0] == '.' && ch.ReplyBuffer[1] != '.')
         return Finish(ch);
-    KeepUidLine(ch, ch.ReplyBuffer, length);
+    KeepInUserBuffer(ch, length);
+    if (ch.UserBuffer != nullptr) // which has room for a zero behind its size
+        ch.UserBuffer[ch.UserBufferUsed] = 0;
     if (ch.MessageNumber >= 1)
         return Finish(ch);
     ch.DeadlineTick = TickAfter(osTickCount(), ReplyTimeout);

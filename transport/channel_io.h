@@ -31,8 +31,8 @@ bool EndsMessage(const Channel& ch, const char* line);
 // True for a line that begins with the session's tag and "OK".
 bool HasEndTag(const Channel& ch, const char* line);
 
-// All but the masked ones try 12 times, 250 ms apart, unless part of the text is out already, and return the last
-// result: bytes sent, or a status.
+// All but the masked ones try 12 times, 250 ms apart, unless part of the text is out already, and
+// return the last result: bytes sent, or a status.
 int32_t SendLine(Channel& ch, const char* text);
 int32_t SendText(Channel& ch, const char* text);
 int32_t SendData(Channel& ch, const char* bytes, int32_t count);

@@ -13,6 +13,12 @@
 constexpr int32_t CodeDigits = 3; // of an SMTP reply; a blank or '-' stands behind them
 constexpr uint32_t FirstRefusal = 400;
 
+int32_t ParseReplyCount(const char* text)
+{
+    const uint32_t number = ParseReplyNumber(text);
+    return number > INT32_MAX ? INT32_MAX : static_cast<int32_t>(number);
+}
+
 uint32_t ParseReplyNumber(const char* text)
 {
     uint32_t value = 0;

@@ -8,6 +8,9 @@ struct Channel;
 // The number at the head of a text, ten digits at most; 0 if there is none.
 uint32_t ParseReplyNumber(const char* text);
 
+// The same as a count that no status can be mistaken for: INT32_MAX at most.
+int32_t ParseReplyCount(const char* text);
+
 // An SMTP reply of one or more lines (RFC 5321, 4.2). 0: a reply below 400, or the time was over,
 // or the server has closed; RYN_ERR_SMTP_REPLY for 400 and above, with the reply's further lines
 // left unread; RYN_ERR_RESPONSE_OVERFLOW. ReplyCode has the number.

@@ -52,7 +52,8 @@ void ShowNotice(const char* text)
 static int32_t StoreInFreeEntry(int32_t value)
 {
     for (int32_t handle = 1; handle < TableSize; handle++) {
-        if (FileTable[handle].load(std::memory_order_relaxed) == 0) {
+        // Whoever gave the entry up has done with what is gathered beneath it.
+        if (FileTable[handle].load(std::memory_order_acquire) == 0) {
             FileTable[handle].store(value, std::memory_order_relaxed);
             return handle;
         }
@@ -283,7 +284,7 @@ void u_Close(int32_t handle)
         Gathers[handle].IsActive = 0;
         osFileClose(entry);
     }
-    FileTable[handle].store(0, std::memory_order_relaxed);
+    FileTable[handle].store(0, std::memory_order_release);
 }
 
 void SetMemoryFile(int32_t index, const void* pointer, uint32_t size)

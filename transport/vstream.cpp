@@ -39,14 +39,6 @@ static void TakeFromRing(VSockRecord& record, char* buffer, int32_t count)
         record.RingHead = record.RingTail = 0;
 }
 
-static void BlankZeros(char* bytes, int32_t count)
-{
-    char* const end = bytes + count;
-    while ((bytes = static_cast<char*>(memchr(bytes, 0, static_cast<size_t>(end - bytes)))) !=
-           nullptr)
-        *bytes++ = ' ';
-}
-
 // One read from the file or the socket behind a record: bytes, 0 if nothing has come after all, or
 // RYN_ERR_SOCK_CLOSED.
 static int32_t Receive(VSockRecord& record, char* buffer, int32_t count)
@@ -201,8 +193,10 @@ int32_t vsGetChunk(int32_t vs, char* buffer, int32_t capacity)
         return ready;
     const char* head = record->Ring + record->RingHead;
     const void* lineFeed = memchr(head, '\n', static_cast<size_t>(ready));
+    if (lineFeed == nullptr)
+        return vsRead(vs, buffer, ready);
     const ptrdiff_t line = static_cast<const char*>(lineFeed) - head + 1;
-    return vsRead(vs, buffer, lineFeed == nullptr ? ready : static_cast<int32_t>(line));
+    return vsRead(vs, buffer, static_cast<int32_t>(line));
 }
 
 static uint32_t TimeLeft(uint32_t deadline)

@@ -50,8 +50,8 @@ int32_t vsWrite(int32_t vs, const char* bytes, int32_t count, int32_t maskStart)
 int32_t vsWriteText(int32_t vs, const char* text);
 
 // While a record gathers, writes without a log and without a secret wait beneath the socket, up to
-// GatherCapacity bytes; a read, a wait for data, a close and vsFlush send them. A flush that fails is told by every later
-// write, and by vsFlush: VS_OK or its status.
+// GatherCapacity bytes; a read, a wait for data, a close and vsFlush send them. A flush that fails is
+// told by every later write, and by vsFlush: VS_OK or its status.
 int32_t vsSetGather(int32_t vs, bool gathers);
 int32_t vsFlush(int32_t vs);
 int32_t vsSendFailure(int32_t vs); // 0, or why what was half sent on this connection broke off
