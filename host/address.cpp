@@ -4,6 +4,7 @@
 #include "message_text.h"
 #include "ryn32.h"
 #include "session.h"
+#include "terminal_text.h"
 
 #include <cstdio>
 #include <cstring>
@@ -45,14 +46,6 @@ static bool EncodeWords(const std::string& text, std::string& wordsOut)
 static bool Refuse(const char* what, const char* text, const char* why)
 {
     fprintf(stderr, "rynmail: the %s '%s' can't be used: %s\n", what, text, why);
-    return false;
-}
-
-static bool HasControlChar(const char* text)
-{
-    for (; *text; ++text)
-        if ((*text & 0xE0) == 0 || *text == 0x7F)
-            return true;
     return false;
 }
 

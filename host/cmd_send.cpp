@@ -285,7 +285,7 @@ static ExitCode SendToAll(Session& session, const Message& message, bool skipRef
         next += static_cast<size_t>(accepted > 0 ? accepted : 0);
         if (next < total) {
             fprintf(stderr, "rynmail: refused: %s: %s\n", message.Recipients[next].Address.c_str(),
-                    session.Refusal);
+                    session.Refusal.c_str());
             outcome = EXIT_REFUSED;
             ++next;
         }
@@ -334,7 +334,7 @@ ExitCode RunSend(const Options& options)
         return EXIT_OTHER;
     const ExitCode outcome = SendInSession(session, options);
     // Where the connection or a file failed, the server may be waiting for the rest of the message
-    // and would take the goodbye for a line of it.
+    // and would take the goodbye for a line of it. Its answer changes nothing: what was sent is sent.
     EndSession(session, outcome == EXIT_DONE || outcome == EXIT_REFUSED);
     return outcome;
 }

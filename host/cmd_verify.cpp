@@ -30,7 +30,8 @@ static ExitCode VerifyEach(Session& session, const std::vector<std::string>& mai
             continue;
         }
         outcome = EXIT_REFUSED;
-        const char* answer = *session.Refusal ? session.Refusal : "the server does not tell";
+        const char* answer =
+            !session.Refusal.empty() ? session.Refusal.c_str() : "the server does not tell";
         printf("%s: not confirmed: %s\n", mailbox.c_str(), answer);
     }
     return outcome;
@@ -42,7 +43,7 @@ static ExitCode VerifyInSession(Session& session, const Options& options)
     std::vector<std::string> mailboxes;
     if (!MakeAddress(options.From, from))
         return EXIT_USAGE;
-    for (const char* typed : options.Addresses) {
+    for (const char* typed : options.Words) {
         if (!MakeAddress(typed, address))
             return EXIT_USAGE;
         mailboxes.push_back(BareMailbox(address));
@@ -54,7 +55,7 @@ static ExitCode VerifyInSession(Session& session, const Options& options)
 
 ExitCode RunVerify(const Options& options)
 {
-    if (!options.Server || !options.From || options.Addresses.empty()) {
+    if (!options.Server || !options.From || options.Words.empty()) {
         fputs("rynmail: verify wants --server, --from and at least one address\n", stderr);
         return EXIT_USAGE;
     }

@@ -1,4 +1,4 @@
-// The commands of rynmail that talk to a server. Each opens its own session and returns what the
+// The commands of rynmail that use a channel. Each opens its own session and returns what the
 // program ends with.
 #pragma once
 
@@ -6,6 +6,9 @@
 
 ExitCode RunSend(const Options& options);
 ExitCode RunVerify(const Options& options);
+ExitCode RunList(const Options& options);
+ExitCode RunFetch(const Options& options);
+ExitCode RunDecode(const Options& options);
 
 // The charsets of --charset, for the help text.
 void PrintCharsets();

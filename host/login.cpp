@@ -5,6 +5,7 @@
 #include "session.h"
 #include "system.h"
 #include "terminal.h"
+#include "terminal_text.h"
 
 #include <cctype>
 #include <cstdio>
@@ -13,6 +14,7 @@
 constexpr char SecretVariable[] = "RYNMAIL_PASSWORD";
 constexpr size_t UserLimit = 64;     // chars that RYN_AUTH_USER keeps
 constexpr size_t SecretLimit = 2048; // chars that RYN_AUTH_PASSWORD takes
+constexpr size_t MailboxLimit = 64;  // chars that a POP3 login takes of user and password
 
 enum AuthMethod : uint32_t { AUTH_NONE = 0, AUTH_XOAUTH2 = 8, AUTH_ALL_PASSWORDS = 7 };
 
@@ -84,6 +86,17 @@ static bool WouldShowInLog(const Login& login)
     return 2 * login.User.size() + login.Secret.size() + 2 > plainLine;
 }
 
+// User and password of a mailbox go out as they are, each in a line of its own; the library would
+// cut a longer one, and a line end would begin another command.
+static ExitCode CheckMailboxLogin(const Login& login)
+{
+    if (login.Secret.size() > MailboxLimit)
+        return WrongUse("a password for a mailbox may have 64 chars at most");
+    if (HasControlChar(login.User) || HasControlChar(login.Secret))
+        return WrongUse("user or password hold a control char");
+    return EXIT_DONE;
+}
+
 ExitCode PrepareLogin(const Options& options, Login& loginOut)
 {
     loginOut = {};
@@ -93,10 +106,13 @@ ExitCode PrepareLogin(const Options& options, Login& loginOut)
     loginOut.User = options.User;
     if (loginOut.User.empty() || loginOut.User.size() > UserLimit)
         return WrongUse("--user takes 1 to 64 chars");
-    if (const ExitCode outcome = TakeMethods(options, loginOut); outcome != EXIT_DONE)
-        return outcome;
+    if (!options.Pop3)
+        if (const ExitCode outcome = TakeMethods(options, loginOut); outcome != EXIT_DONE)
+            return outcome;
     if (const ExitCode outcome = FindSecret(loginOut); outcome != EXIT_DONE)
         return outcome;
+    if (options.Pop3)
+        return CheckMailboxLogin(loginOut);
     if (loginOut.Methods == AUTH_XOAUTH2)
         JoinUserAndToken(loginOut);
     if (loginOut.Secret.size() > SecretLimit)
@@ -109,24 +125,25 @@ ExitCode PrepareLogin(const Options& options, Login& loginOut)
 
 ExitCode SetLogin(const Login& login)
 {
-    rynIntegerParam(Channel, RYN_AUTH_METHODS, login.IsWanted ? login.Methods : AUTH_NONE);
-    if (!login.IsWanted)
+    rynIntegerParam(Channel, RYN_AUTH_METHODS, login.Methods);
+    if (login.Methods == AUTH_NONE)
         return EXIT_DONE;
     const bool isSet = rynStringParam(Channel, RYN_AUTH_USER, login.User.c_str()) > 0 &&
                        rynStringParam(Channel, RYN_AUTH_PASSWORD, login.Secret.c_str()) > 0;
     return isSet ? EXIT_DONE : WrongUse("the library doesn't take this user and password");
 }
 
-bool HasLoggedIn()
+bool HasLoggedIn(const Login& login)
 {
     constexpr int32_t accepted = 235; // RFC 4954, 4.
-    if (rynStatistics(Channel, RYN_STAT_REPLY_CODE) == accepted)
+    if (login.Methods == AUTH_NONE || rynStatistics(Channel, RYN_STAT_REPLY_CODE) == accepted)
         return true;
     char offer[256 + 1];
     rynDebug(Channel, RYN_DEBUG_AUTH_LINES, offer, sizeof offer - 1);
     offer[strcspn(offer, "\r\n")] = 0;
     if (*offer)
-        fprintf(stderr, "rynmail: no method of --auth is offered by the server, only: %s\n", offer);
+        fprintf(stderr, "rynmail: no method of --auth is offered by the server, only: %s\n",
+                ForTerminal(offer).c_str());
     else
         fputs("rynmail: the server offers no login here; it may want --tls\n", stderr);
     return false;

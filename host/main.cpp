@@ -1,89 +1,11 @@
-// rynmail: sends mail from the command line. This file holds the table of commands and the help.
+// rynmail: sends and fetches mail from the command line. This file holds the table of commands.
 #include "commands.h"
+#include "help.h"
 #include "options.h"
 #include "ryn32.h"
 
 #include <cstdio>
 #include <cstring>
-
-constexpr char HelpHead[] =
-    "rynmail sends mail through a mail server that you name.\n"
-    "\n"
-    "  rynmail send --server HOST[:PORT] --from ADDR --to ADDR... [OPTION...]\n"
-    "      sends one message. At least one of --to, --cc and --bcc is needed, and a text\n"
-    "      or a file to send.\n"
-    "\n"
-    "    Who gets it:\n"
-    "      --to ADDR...       recipients; --cc and --bcc alike; all three may repeat\n"
-    "      --skip-refused     go on without recipients that the server refuses; those\n"
-    "                         behind a refused one get a copy of their own. Without it\n"
-    "                         one refusal means that nobody gets the message\n"
-    "    The text:\n"
-    "      --subject TEXT     the subject, in UTF-8\n"
-    "      --text TEXT        the text of the message; - reads standard input\n"
-    "      --text-file FILE   the text of the message, from a file\n"
-    "      --html FILE        an HTML text; the text of --text, --text-file or --alt is\n"
-    "                         then shown by readers without HTML, and has to be ASCII\n"
-    "      --alt FILE         another name of --text-file\n"
-    "      --charset NAME     charset of the texts if they are not UTF-8, one of";
-
-constexpr char HelpTail[] =
-    "\n"
-    "    Files that go with it:\n"
-    "      --attach FILE[=NAME]...  attachments; NAME is shown instead of FILE's own name\n"
-    "      --inline FILE[=NAME]...  images that the text of --html shows: it names the\n"
-    "                         first as cid:message-root.1, the second as ...2, and so on\n"
-    "      --forward FILE     a stored message to pass on; not with --html or --attach\n"
-    "\n"
-    "  rynmail verify --server HOST[:PORT] --from ADDR ADDRESS...\n"
-    "      asks the server whether it knows the addresses. Many servers don't tell.\n"
-    "\n"
-    "  rynmail version\n"
-    "      tells the version of the library.\n"
-    "\n"
-    "Options of send and verify:\n"
-    "      --server HOST[:PORT]  a name or an IPv4 address; the port is 25 if not given,\n"
-    "                         with --tls 465 or 587\n"
-    "      --from ADDR        the sender\n"
-    "      --ehlo             greet with EHLO and not with HELO\n"
-    "      --log FILE         write the dialogue with the server to a new file; passwords\n"
-    "                         are left out\n"
-    "    Logging in:\n"
-    "      --user NAME        log in as NAME. The password is taken from the environment\n"
-    "                         variable RYNMAIL_PASSWORD or asked for on the terminal\n"
-    "      --auth METHOD...   allow these methods only: cram-md5, login, plain; or xoauth2,\n"
-    "                         with a token in place of the password. Without --tls all but\n"
-    "                         cram-md5 show the password to the network\n"
-    "    Encryption, by the program stunnel:\n"
-    "      --tls KIND         implicit: from the first byte, on port 465; starttls: begin\n"
-    "                         in clear, on any other port\n"
-    "      --ca FILE          certificates to trust, for example\n"
-    "                         /etc/ssl/certs/ca-certificates.crt; the server's name has to\n"
-    "                         stand in its certificate\n"
-    "      --cert FILE        key and certificate of this end, if the server asks for one;\n"
-    "                         without it openssl makes one for this session\n"
-    "      --stunnel PROGRAM  what to start instead of ryn32-stunnel\n"
-    "      --tunnel-port N    the port on this machine; without it a free one\n"
-    "\n"
-    "ADDR is ann@mail.example, <ann@mail.example> or 'Ann <ann@mail.example>'.\n"
-    "\n"
-    "Examples:\n"
-    "  rynmail send --server mail.example --from ann@mail.example --to bob@mail.example \\\n"
-    "      --subject 'Lunch' --text 'At noon?' --attach menu.pdf\n"
-    "  rynmail send --server mail.example --tls starttls --user ann \\\n"
-    "      --ca /etc/ssl/certs/ca-certificates.crt --from ann@mail.example \\\n"
-    "      --to bob@mail.example --html page.html --inline logo.png --alt page.txt\n"
-    "\n"
-    "Exit codes: 0 done; 1 the command line is wrong; 2 the connection failed; 3 the server\n"
-    "refused the login, the message or a recipient, or doesn't know an address; 4 a local file\n"
-    "can't be used; 5 anything else.\n";
-
-static void PrintHelp()
-{
-    fputs(HelpHead, stdout);
-    PrintCharsets();
-    fputs(HelpTail, stdout);
-}
 
 static ExitCode PrintVersion()
 {
@@ -103,8 +25,9 @@ struct CommandRow {
 };
 
 constexpr CommandRow CommandTable[] = {
-    { "send", COMMAND_SEND, RunSend },
-    { "verify", COMMAND_VERIFY, RunVerify },
+    { "send", COMMAND_SEND, RunSend },       { "verify", COMMAND_VERIFY, RunVerify },
+    { "list", COMMAND_LIST, RunList },       { "fetch", COMMAND_FETCH, RunFetch },
+    { "decode", COMMAND_DECODE, RunDecode },
 };
 
 static bool AsksForHelp(const char* word)

@@ -12,8 +12,7 @@ constexpr size_t LineLimit = 998; // RFC 5322, 2.1.1, without the line end
 
 // --- traits ---
 
-// Length of the UTF-8 char that begins at a byte (RFC 3629), 0 for none.
-static size_t LengthOfChar(const std::string& text, size_t at)
+size_t LengthOfChar(const std::string& text, size_t at)
 {
     struct Row {
         uint8_t First, Last; // first byte

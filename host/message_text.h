@@ -20,6 +20,9 @@ struct MessageText {
 
 TextTraits ExamineText(const std::string& text);
 
+// Bytes of the UTF-8 char that begins at a byte (RFC 3629), 0 for none.
+size_t LengthOfChar(const std::string& text, size_t at);
+
 // A text of the command line; "-" reads standard input to its end. False: standard error tells why.
 bool TakeText(const char* text, MessageText& textOut);
 

@@ -14,10 +14,13 @@ struct OptionRow {
     bool Options::*Flag;
 };
 
-constexpr int Both = COMMAND_SEND | COMMAND_VERIFY;
+constexpr int Sending = COMMAND_SEND | COMMAND_VERIFY;
+constexpr int Mailbox = COMMAND_LIST | COMMAND_FETCH;
+constexpr int AnySession = Sending | Mailbox;
+constexpr int TakesWords = COMMAND_VERIFY | COMMAND_DECODE;
 
 constexpr OptionRow OptionTable[] = {
-    { "--from", Both, &Options::From, nullptr, nullptr },
+    { "--from", Sending, &Options::From, nullptr, nullptr },
     { "--to", COMMAND_SEND, nullptr, &Options::To, nullptr },
     { "--cc", COMMAND_SEND, nullptr, &Options::Cc, nullptr },
     { "--bcc", COMMAND_SEND, nullptr, &Options::Bcc, nullptr },
@@ -31,16 +34,22 @@ constexpr OptionRow OptionTable[] = {
     { "--inline", COMMAND_SEND, nullptr, &Options::Inline, nullptr },
     { "--forward", COMMAND_SEND, &Options::Forward, nullptr, nullptr },
     { "--skip-refused", COMMAND_SEND, nullptr, nullptr, &Options::SkipRefused },
-    { "--server", Both, &Options::Server, nullptr, nullptr },
-    { "--log", Both, &Options::LogFile, nullptr, nullptr },
-    { "--ehlo", Both, nullptr, nullptr, &Options::UseEhlo },
-    { "--user", Both, &Options::User, nullptr, nullptr },
-    { "--auth", Both, nullptr, &Options::Auth, nullptr },
-    { "--tls", Both, &Options::Tls, nullptr, nullptr },
-    { "--ca", Both, &Options::CaFile, nullptr, nullptr },
-    { "--cert", Both, &Options::CertFile, nullptr, nullptr },
-    { "--stunnel", Both, &Options::TunnelProgram, nullptr, nullptr },
-    { "--tunnel-port", Both, &Options::TunnelPort, nullptr, nullptr },
+    { "--message", COMMAND_FETCH, nullptr, &Options::Messages, nullptr },
+    { "--into", COMMAND_FETCH | COMMAND_DECODE, &Options::Into, nullptr, nullptr },
+    { "--keep-raw", COMMAND_FETCH, nullptr, nullptr, &Options::KeepRaw },
+    { "--delete", COMMAND_FETCH, nullptr, nullptr, &Options::Delete },
+    { "--server", Sending, &Options::Server, nullptr, nullptr },
+    { "--pop3", Mailbox, &Options::Pop3, nullptr, nullptr },
+    { "--log", AnySession | COMMAND_DECODE, &Options::LogFile, nullptr, nullptr },
+    { "--ehlo", Sending, nullptr, nullptr, &Options::UseEhlo },
+    { "--apop", Mailbox, nullptr, nullptr, &Options::UseApop },
+    { "--user", AnySession, &Options::User, nullptr, nullptr },
+    { "--auth", Sending, nullptr, &Options::Auth, nullptr },
+    { "--tls", AnySession, &Options::Tls, nullptr, nullptr },
+    { "--ca", AnySession, &Options::CaFile, nullptr, nullptr },
+    { "--cert", AnySession, &Options::CertFile, nullptr, nullptr },
+    { "--stunnel", AnySession, &Options::TunnelProgram, nullptr, nullptr },
+    { "--tunnel-port", AnySession, &Options::TunnelPort, nullptr, nullptr },
 };
 
 static bool IsOption(const char* word)
@@ -64,7 +73,9 @@ static bool WordIsWrong(const char* word, const char* what)
 
 bool ReadOptions(int count, char** words, CommandBit command, Options& options)
 {
-    std::vector<const char*>* list = command == COMMAND_VERIFY ? &options.Addresses : nullptr;
+    std::vector<const char*>* const ownWords =
+        (TakesWords & command) != 0 ? &options.Words : nullptr;
+    std::vector<const char*>* list = ownWords;
     for (int i = 0; i < count; ++i) {
         const char* word = words[i];
         if (!IsOption(word)) {
@@ -77,7 +88,7 @@ bool ReadOptions(int count, char** words, CommandBit command, Options& options)
         const OptionRow* row = FindOption(word, command);
         if (!row)
             return WordIsWrong(word, "no such option");
-        list = command == COMMAND_VERIFY ? &options.Addresses : nullptr;
+        list = ownWords;
         if (row->Flag) {
             options.*row->Flag = true;
             continue;

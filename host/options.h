@@ -26,12 +26,21 @@ struct Options {
     std::vector<const char*> Attach, Inline; // FILE or FILE=NAME
     const char* Forward;
     bool SkipRefused;
-    std::vector<const char*> Addresses; // words without an option in front
 
-    // --- the session ---
-    const char* Server;
+    // --- what is fetched ---
+    std::vector<const char*> Messages; // numbers, or "all"
+    const char* Into;
+    bool KeepRaw;
+    bool Delete;
+
+    std::vector<const char*> Words; // without an option in front: addresses or files
+
+    // --- the session: one of the two servers, by its protocol ---
+    const char* Server; // SMTP
+    const char* Pop3;
     const char* LogFile;
     bool UseEhlo;
+    bool UseApop;
     const char* User;
     std::vector<const char*> Auth;
     const char* Tls; // "implicit" or "starttls"
@@ -41,7 +50,13 @@ struct Options {
     const char* TunnelPort;
 };
 
-enum CommandBit { COMMAND_SEND = 1, COMMAND_VERIFY = 2 };
+enum CommandBit {
+    COMMAND_SEND = 1,
+    COMMAND_VERIFY = 2,
+    COMMAND_LIST = 4,
+    COMMAND_FETCH = 8,
+    COMMAND_DECODE = 16,
+};
 
 // Reads the words behind the command's name. False: one is wrong, and standard error tells which.
 bool ReadOptions(int count, char** words, CommandBit command, Options& options);

@@ -2,9 +2,11 @@
 #include "session.h"
 
 #include "login.h"
+#include "protocol.h"
 #include "ryn32.h"
 #include "system.h"
 #include "terminal.h"
+#include "terminal_text.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -12,6 +14,7 @@
 
 constexpr size_t ServerNameLimit = 255; // chars that rynSmtpConnect takes
 constexpr size_t ErrorTextSize = 2400;  // a status text with the server's own line
+constexpr int32_t LeastRefusal = 400;   // of reply codes; POP3 has 100 for yes and 500 for no
 
 // --- steps ---
 
@@ -23,7 +26,7 @@ void BeginStep(Session& session, const std::string& doing)
 void BeginStep(Session& session, const std::string& doing, uint64_t total, int32_t countedBy)
 {
     session.CountedBy = countedBy;
-    session.Refusal[0] = 0;
+    session.Refusal.clear();
     BeginProgress(session.Step, doing, total);
 }
 
@@ -42,6 +45,8 @@ struct StatusRow {
 // Any other status is EXIT_OTHER; those below -10000 come from the network.
 constexpr StatusRow StatusTable[] = {
     { RYN_ERR_SMTP_REPLY, EXIT_REFUSED },
+    { RYN_ERR_POP3_REPLY, EXIT_REFUSED },
+    { RYN_ERR_NO_APOP_TIMESTAMP, EXIT_REFUSED },
     { RYN_ERR_CONNECT_FAILED, EXIT_CONNECTION },
     { RYN_ERR_SERVER_NOT_FOUND, EXIT_CONNECTION },
     { RYN_ERR_BAD_SERVER_NAME, EXIT_CONNECTION },
@@ -55,6 +60,7 @@ constexpr StatusRow StatusTable[] = {
     { RYN_ERR_CANNOT_OPEN_FILE, EXIT_LOCAL_FILE },
     { RYN_ERR_CANNOT_CREATE_FILE, EXIT_LOCAL_FILE },
     { RYN_ERR_NO_SUCH_FILE, EXIT_LOCAL_FILE },
+    { RYN_ERR_NO_SUCH_PATH, EXIT_LOCAL_FILE },
 };
 
 static ExitCode ExitOfStatus(int32_t status)
@@ -67,32 +73,30 @@ static ExitCode ExitOfStatus(int32_t status)
     return EXIT_OTHER;
 }
 
-// The text of a status in one line: control chars become blanks, none stands at the end.
-static void TextOfStatus(int32_t status, char* text, int32_t size)
+// The text of a status in one line: line ends become blanks, none stands at the end.
+static std::string TextOfStatus(int32_t status)
 {
-    if (rynErrorText(Channel, status, text, size) < 1)
-        snprintf(text, static_cast<size_t>(size), "status %d", status);
+    char text[ErrorTextSize];
+    if (rynErrorText(Channel, status, text, sizeof text) < 1)
+        snprintf(text, sizeof text, "status %d", status);
     size_t length = strlen(text);
     while (length > 0 && strchr("\r\n ", text[length - 1]))
         text[--length] = 0;
     for (size_t i = 0; i < length; ++i)
-        if ((text[i] & 0xE0) == 0)
+        if (text[i] == '\r' || text[i] == '\n')
             text[i] = ' ';
+    return ForTerminal(text);
 }
 
 ExitCode ReportFailure(Session& session, int32_t status)
 {
-    char text[ErrorTextSize];
     // What the network said, where the status only says that it failed. Asked for before anything
     // else can change it.
     const int32_t socketStatus = rynStatistics(Channel, RYN_STAT_SOCK_CODE);
     ClearProgress(session.Step);
-    TextOfStatus(status, text, sizeof text);
-    fprintf(stderr, "rynmail: %s: %s", session.Step.Doing.c_str(), text);
-    if (ExitOfStatus(status) == EXIT_CONNECTION && socketStatus < 0 && socketStatus != status) {
-        TextOfStatus(socketStatus, text, sizeof text);
-        fprintf(stderr, " (%s)", text);
-    }
+    fprintf(stderr, "rynmail: %s: %s", session.Step.Doing.c_str(), TextOfStatus(status).c_str());
+    if (ExitOfStatus(status) == EXIT_CONNECTION && socketStatus < 0 && socketStatus != status)
+        fprintf(stderr, " (%s)", TextOfStatus(socketStatus).c_str());
     fputc('\n', stderr);
     return ExitOfStatus(status);
 }
@@ -100,10 +104,12 @@ ExitCode ReportFailure(Session& session, int32_t status)
 // A refusal that the operation goes on from shows only while it is the last reply.
 static void NoteRefusal(Session& session)
 {
-    if (rynStatistics(Channel, RYN_STAT_REPLY_CODE) < 400)
+    if (rynStatistics(Channel, RYN_STAT_REPLY_CODE) < LeastRefusal)
         return;
-    rynDebug(Channel, RYN_DEBUG_LAST_REPLY, session.Refusal, sizeof session.Refusal - 1);
-    session.Refusal[strcspn(session.Refusal, "\r\n")] = 0;
+    char line[512 + 1];
+    rynDebug(Channel, RYN_DEBUG_LAST_REPLY, line, sizeof line - 1);
+    line[strcspn(line, "\r\n")] = 0;
+    session.Refusal = ForTerminal(line);
 }
 
 // --- driving ---
@@ -116,6 +122,7 @@ int32_t Drive(Session& session)
         const int32_t step = StopIsAsked() ? RYN_WSAEINTR : rynDriver(Channel);
         NoteRefusal(session);
         if (step <= 0) {
+            session.IsBroken = session.IsBroken || ExitOfStatus(step) == EXIT_CONNECTION;
             ClearProgress(session.Step);
             return step;
         }
@@ -134,12 +141,24 @@ int32_t Drive(Session& session)
 
 // --- opening and leaving ---
 
+// The pause between two looks at a silent server can be set only when the sockets are made already,
+// which take it over when they are made: so they are made twice.
+static int32_t AttachWithShortPauses()
+{
+    constexpr uint32_t pollDelay = 10; // ms
+    if (const int32_t status = rynAttach(1); status < 0)
+        return status;
+    rynIntegerParam(Channel, RYN_POLL_DELAY, pollDelay);
+    rynRelease();
+    return rynAttach(1);
+}
+
 bool StartSession(Session& session)
 {
     session = {};
     session.Step.Doing = "starting";
     session.Step.IsShown = ErrorsGoToTerminal();
-    const int32_t status = rynAttach(1);
+    const int32_t status = AttachWithShortPauses();
     if (status < 0)
         fprintf(stderr, "rynmail: the library can't start, status %d\n", status);
     return status >= 0;
@@ -162,82 +181,76 @@ static bool SplitServer(const char* server, std::string& hostOut, uint32_t& port
     return !hostOut.empty() && hostOut.size() <= ServerNameLimit;
 }
 
-static ExitCode OpenLog(const char* fileName)
+ExitCode OpenLog(const Options& options)
 {
-    if (!*fileName || rynStringParam(Channel, RYN_LOG_FILE, fileName) <= 0) {
-        fprintf(stderr, "rynmail: can't create the log file '%s'\n", fileName);
-        return EXIT_LOCAL_FILE;
-    }
-    return EXIT_DONE;
+    if (!options.LogFile ||
+        (*options.LogFile && rynStringParam(Channel, RYN_LOG_FILE, options.LogFile) > 0))
+        return EXIT_DONE;
+    fprintf(stderr, "rynmail: can't create the log file '%s'\n", options.LogFile);
+    return EXIT_LOCAL_FILE;
 }
 
-// Begins the connect: 0 or a status.
-static int32_t StartConnecting(Session& session, const std::string& host, uint32_t port,
-                               const Login& login, const char* from)
-{
-    if (session.Tls.Folder.empty()) {
-        // One attempt, for the system makes several of its own and takes minutes for a silent
-        // server. A tunnel of this machine refuses at once, if it isn't ready yet.
-        rynIntegerParam(Channel, RYN_CONNECT_ATTEMPTS, 1);
-        rynIntegerParam(Channel, RYN_SMTP_PORT, port);
-        return rynSmtpConnect(Channel, host.c_str(), from, nullptr);
-    }
-    // A secure connect asks for an account; without a login it is never sent.
-    const char* user = login.IsWanted ? login.User.c_str() : "none";
-    const char* secret = login.IsWanted ? login.Secret.c_str() : "none";
-    return rynSmtpConnectSSL(Channel, session.Tls.LocalPort, port, host.c_str(), user, secret, from,
-                             nullptr, "127.0.0.1");
-}
-
-static ExitCode ConnectAs(Session& session, const Options& options, uint32_t port,
-                          const std::string& host, const Login& login, const char* from)
+static void SetSessionParams(const Options& options, const Login& login)
 {
     rynIntegerParam(Channel, RYN_AUTO_CALL_DRIVER, 0);
     // The connect blocks, which is the start value: a refusal is then told at once, by its name.
     rynIntegerParam(Channel, RYN_USE_EHLO, options.UseEhlo || login.IsWanted ? 1 : 0);
+    rynIntegerParam(Channel, RYN_USE_APOP, options.UseApop ? 1 : 0);
+    // One attempt, for the system makes several of its own and takes minutes for a silent server. A
+    // tunnel of this machine refuses at once, if it isn't ready yet.
+    if (!options.Tls)
+        rynIntegerParam(Channel, RYN_CONNECT_ATTEMPTS, 1);
+}
+
+static ExitCode ConnectAs(Session& session, const Options& options, const Target& target,
+                          const Login& login)
+{
+    const Protocol& protocol = ProtocolOf(options);
+    SetSessionParams(options, login);
     if (const ExitCode outcome = SetLogin(login); outcome != EXIT_DONE)
         return outcome;
-    BeginStep(session, "connecting to " + std::string(options.Server));
-    int32_t status = StartConnecting(session, host, port, login, from);
+    BeginStep(session, "connecting to " + std::string(options.*protocol.Server));
+    int32_t status = protocol.Start(target, login);
     if (status >= 0)
         status = Drive(session);
     if (status >= 0)
-        return login.IsWanted && !HasLoggedIn() ? EXIT_REFUSED : EXIT_DONE;
+        return HasLoggedIn(login) ? EXIT_DONE : EXIT_REFUSED;
     const ExitCode outcome = ReportFailure(session, status);
-    TellTunnelTroubles(session.Tls);
+    TellTunnelTroubles(options, session.Tls);
     return outcome;
 }
 
 ExitCode Connect(Session& session, const Options& options, const char* from)
 {
-    std::string host;
-    uint32_t port = UsualPort(options);
+    const char* server = options.*ProtocolOf(options).Server;
+    Target target = { "", UsualPort(options), 0, from };
     Login login;
-    if (!SplitServer(options.Server, host, port)) {
-        fprintf(stderr, "rynmail: '%s' is no HOST or HOST:PORT\n", options.Server);
+    if (!SplitServer(server, target.Host, target.Port)) {
+        fprintf(stderr, "rynmail: '%s' is no HOST or HOST:PORT\n", server);
         return EXIT_USAGE;
     }
-    if (const ExitCode outcome = CheckTunnel(options, port); outcome != EXIT_DONE)
+    if (const ExitCode outcome = CheckTunnel(options, target.Port); outcome != EXIT_DONE)
         return outcome;
     if (const ExitCode outcome = PrepareLogin(options, login); outcome != EXIT_DONE)
         return outcome;
-    if (options.LogFile && OpenLog(options.LogFile) != EXIT_DONE)
-        return EXIT_LOCAL_FILE;
+    if (const ExitCode outcome = OpenLog(options); outcome != EXIT_DONE)
+        return outcome;
     ExitCode outcome = options.Tls ? PrepareTunnel(options, session.Tls) : EXIT_DONE;
+    target.TunnelPort = session.Tls.LocalPort;
     if (outcome == EXIT_DONE)
-        outcome = ConnectAs(session, options, port, host, login, from);
+        outcome = ConnectAs(session, options, target, login);
     ForgetSecret(login);
     return outcome;
 }
 
-void EndSession(Session& session, bool politely)
+bool EndSession(Session& session, bool politely)
 {
-    // The outcome of a farewell changes nothing any more: what was sent is sent.
     BeginStep(session, "taking leave");
-    if (politely && rynClose(Channel) >= 0)
-        Drive(session);
+    const bool isSaid = politely && rynClose(Channel) >= 0 && Drive(session) >= 0;
+    const bool isAccepted = isSaid && rynStatistics(Channel, RYN_STAT_REPLY_CODE) < LeastRefusal;
     ClearProgress(session.Step);
     rynAbort(Channel);
     rynRelease();
     EndTunnel(session.Tls);
+    return isAccepted;
 }

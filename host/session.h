@@ -12,16 +12,20 @@
 constexpr uint32_t Channel = 0;
 
 struct Session {
-    Progress Step;         // what is being done
-    int32_t CountedBy;     // the code of rynStatistics whose bytes make up the step's total
-    Tunnel Tls;            // the tunnel, if there is one
-    char Refusal[512 + 1]; // the last line by which the server refused something; empty: none
+    Progress Step;       // what is being done
+    int32_t CountedBy;   // the code of rynStatistics whose bytes make up the step's total
+    Tunnel Tls;          // the tunnel, if there is one
+    std::string Refusal; // the last line by which the server refused something; empty: none
+    bool IsBroken;       // the connection has failed: it takes no farewell
 };
 
 // Readies the library. False: standard error tells why.
 bool StartSession(Session& session);
 
-// Connects, greets and logs in. EXIT_DONE or the code to leave with, after a message.
+// Opens the log of --log, if it is given. EXIT_DONE or the code to leave with, after a message.
+ExitCode OpenLog(const Options& options);
+
+// Connects, greets and logs in; from is the sender where the protocol sends. As OpenLog.
 ExitCode Connect(Session& session, const Options& options, const char* from);
 
 // Says what the next Drive is about, for its progress line and its errors.
@@ -37,6 +41,6 @@ int32_t Drive(Session& session);
 // Says what failed, in the library's words and the server's. Returns the code to leave with.
 ExitCode ReportFailure(Session& session, int32_t status);
 
-// Says goodbye, if the server can still understand it, and gives everything back,
-// the tunnel too.
-void EndSession(Session& session, bool politely);
+// Says goodbye, if the server can still understand it, and gives everything back, the tunnel too.
+// True: the last reply was no refusal.
+bool EndSession(Session& session, bool politely);

@@ -2,9 +2,11 @@
 // into the folder and starts the program; the process ends with the session.
 #include "tunnel.h"
 
+#include "protocol.h"
 #include "ryn32.h"
 #include "session.h"
 #include "system.h"
+#include "terminal_text.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -13,8 +15,7 @@
 #include <fstream>
 
 constexpr char Launcher[] = "ryn32-stunnel";
-constexpr char TunnelLog[] = "/SmtpLog(0).txt"; // the library's name for channel 0
-constexpr size_t PathLimit = 255;               // chars that the library takes
+constexpr size_t PathLimit = 255; // chars that the library takes
 constexpr unsigned long MostPort = 65535;
 
 static bool IsImplicit(const Options& options)
@@ -24,10 +25,10 @@ static bool IsImplicit(const Options& options)
 
 uint32_t UsualPort(const Options& options)
 {
-    constexpr uint32_t smtpPort = 25;
+    const Protocol& protocol = ProtocolOf(options);
     if (!options.Tls)
-        return smtpPort;
-    return IsImplicit(options) ? TlsPort : SubmissionPort;
+        return protocol.Port;
+    return IsImplicit(options) ? protocol.ImplicitPort : protocol.StartTlsPort;
 }
 
 // --- options ---
@@ -49,8 +50,8 @@ ExitCode CheckTunnel(const Options& options, uint32_t serverPort)
     }
     if (!IsImplicit(options) && strcmp(options.Tls, "starttls") != 0)
         return WrongUse("--tls takes implicit or starttls");
-    // The library tells the two kinds apart by the port.
-    if (IsImplicit(options) != (serverPort == TlsPort))
+    const Protocol& protocol = ProtocolOf(options);
+    if (protocol.ImplicitHasOnePort && IsImplicit(options) != (serverPort == protocol.ImplicitPort))
         return WrongUse("--tls implicit is for port 465 and for no other one");
     if (!options.CaFile)
         return WrongUse("--tls wants --ca FILE: the certificates that are trusted");
@@ -133,6 +134,10 @@ static bool TellLibrary(const Options& options, const Tunnel& tunnel)
         text[strcspn(text, "\r\n")] = 0;
         return CannotUse("tunnel program", program, text);
     }
+    // Where the library itself writes no such line, it holds for every service of the tunnel.
+    const char* startTls = ProtocolOf(options).StartTlsLine;
+    if (startTls && !IsImplicit(options) && rynConfigSSL(1, startTls) < 0)
+        return false;
     return rynSetCertAuth(nullptr, trusted.c_str()) > 0;
 }
 
@@ -155,12 +160,12 @@ ExitCode PrepareTunnel(const Options& options, Tunnel& tunnel)
     return EXIT_OTHER;
 }
 
-void TellTunnelTroubles(const Tunnel& tunnel)
+void TellTunnelTroubles(const Options& options, const Tunnel& tunnel)
 {
     constexpr int mostLines = 5;
     if (tunnel.Folder.empty())
         return;
-    std::ifstream log(tunnel.Folder + TunnelLog);
+    std::ifstream log(tunnel.Folder + ProtocolOf(options).TunnelLog);
     std::string line;
     for (int told = 0; told < mostLines && std::getline(log, line);) {
         // "2024.01.31 10:00:00 LOG3[0]: TEXT": 3 marks an error, 4 a warning.
@@ -170,7 +175,8 @@ void TellTunnelTroubles(const Tunnel& tunnel)
         const size_t text = line.find("]: ", mark);
         if (text == std::string::npos)
             continue;
-        fprintf(stderr, "rynmail: the tunnel says: %s\n", line.c_str() + text + 3);
+        fprintf(stderr, "rynmail: the tunnel says: %s\n",
+                ForTerminal(line.substr(text + 3)).c_str());
         ++told;
     }
 }

@@ -1,79 +1,28 @@
-"""Runs rynmail against postbox: rynmail_test.py RYNMAIL POSTBOX CASE.
-
-A case is a routine test_CASE(server): it runs rynmail and looks at what rynmail said, at its exit
-code, and at the bytes that arrived. The server's folder is new for each case.
-"""
+"""rynmail send and rynmail verify: what arrives, and what is told when something goes wrong."""
 import base64
-import contextlib
 import email
 import email.header
 import email.utils
 import hashlib
 import hmac
 import os
-import pty
 import re
 import signal
 import socket
 import subprocess
-import sys
-import tempfile
-import threading
-import time
 
-DONE, USAGE, CONNECTION, REFUSED, LOCAL_FILE = 0, 1, 2, 3, 4
-RYNMAIL, POSTBOX = sys.argv[1:3]
+from host_case import *  # the language of the cases
+
 ANN = ["--from", "ann@mail.example"]
 BOB = ["--to", "bob@mail.example"]
 
 
-class Server:
-    """What a case has in hand: the server's address, its folder, a folder for files."""
-    address = ""
-    box = ""
-    files = ""
-
-
-def check(condition, *shown):
-    if not condition:
-        sys.exit("FAILED: " + "\n".join(str(each) for each in shown))
-
-
-def same(found, wanted):
-    check(found == wanted, "found  %r" % (found,), "wanted %r" % (wanted,))
-
-
-def environment(secret=None, **more):
-    """What rynmail shall find in its environment."""
-    variables = {name: value for name, value in os.environ.items() if name != "RYNMAIL_PASSWORD"}
-    if secret is not None:
-        variables["RYNMAIL_PASSWORD"] = secret
-    return {**variables, **more}
-
-
-def rynmail(*words, stdin=b"", secret=None, **more):
-    """Runs rynmail without a terminal: a session of its own has none."""
-    run = subprocess.run([RYNMAIL, *words], input=stdin, stdout=subprocess.PIPE,
-                         stderr=subprocess.PIPE, check=False, start_new_session=True,
-                         env=environment(secret, **more))
-    print("$ rynmail", *words, "->", run.returncode)
-    print(run.stdout.decode("utf-8", "replace") + run.stderr.decode("utf-8", "replace"))
-    return run
-
-
 def send(server, *words, stdin=b"", wanted=DONE, secret=None):
     """rynmail send to that server; checks the exit code, and that errors are told."""
-    run = rynmail("send", "--server", server.address, *ANN, *words, stdin=stdin, secret=secret)
+    run = rynmail("send", "--server", server.smtp, *ANN, *words, stdin=stdin, secret=secret)
     same(run.returncode, wanted)
     same(run.stderr == b"", wanted == DONE)
     return run
-
-
-def file_with(server, name, content):
-    path = os.path.join(server.files, name)
-    with open(path, "wb") as file:
-        file.write(content)
-    return path
 
 
 def arrived(server, number=1):
@@ -99,11 +48,6 @@ def leaves(server, number=1):
 
 def shown_name(part):
     return str(email.header.make_header(email.header.decode_header(part.get_filename())))
-
-
-def read_file(path):
-    with open(path, "rb") as file:
-        return file.read()
 
 
 def nothing_arrived(server):
@@ -285,24 +229,6 @@ def test_ForwardedMessageStaysAsItIs(server):
 
 # --- login ---
 
-SECRET = "s3cret/+=\u00fc*"
-
-
-@contextlib.contextmanager
-def guarded_postbox(server):
-    """A postbox that wants a login, in place of the usual one."""
-    with running_postbox(server.box, "--user", "ann:" + SECRET) as server.address:
-        yield
-
-
-def no_secret_in(content, secret, user="ann"):
-    raw = secret.encode()
-    name = user.encode()
-    for block in (raw, b"%s\0%s\0%s" % (name, name, raw)):
-        check(base64.b64encode(block) not in content, content)
-    check(raw not in content, content)
-
-
 def test_LoginByPlainAndByLogin(server):
     log = os.path.join(server.files, "log")
     with guarded_postbox(server):
@@ -344,22 +270,6 @@ def test_LoginWithoutAPasswordIsTold(server):
     same(os.listdir(server.files), [])
 
 
-def scripted_server(replies):
-    """Serves one client: a reply for each line, then closes. Its address, and what it is told."""
-    listener = socket.create_server(("127.0.0.1", 0))
-    told = []
-
-    def serve():
-        peer = listener.accept()[0]
-        with peer, peer.makefile("rb") as lines:
-            for reply in replies:
-                peer.sendall(reply)
-                told.append(lines.readline())
-
-    threading.Thread(target=serve, daemon=True).start()
-    return "127.0.0.1:%d" % listener.getsockname()[1], told
-
-
 def test_CramMd5ShowsNobodyThePassword(_):
     challenge = b"<1896.697170952@postoffice.example>"
     address, told = scripted_server([
@@ -373,27 +283,9 @@ def test_CramMd5ShowsNobodyThePassword(_):
                      b"MAIL FROM:<ann@mail.example>\r\n"])
 
 
-def on_terminal(words, answers, secret=None):
-    """Runs rynmail on a terminal of its own and answers each prompt; its exit code and what the
-    terminal showed."""
-    process, terminal = pty.fork()
-    if process == 0:
-        os.execve(RYNMAIL, [RYNMAIL, *words], environment(secret))
-    shown = b""
-    with contextlib.suppress(OSError):  # how the end of a terminal shows
-        while block := os.read(terminal, 65536):
-            shown += block
-            if answers and answers[0][0] in shown:
-                os.write(terminal, answers.pop(0)[1])
-    outcome = os.waitstatus_to_exitcode(os.waitpid(process, 0)[1])
-    os.close(terminal)
-    print("$ rynmail", *words, "->", outcome, shown)
-    return outcome, shown
-
-
 def test_PasswordIsAskedForAndNotShown(server):
     with guarded_postbox(server):
-        words = ["send", "--server", server.address, *ANN, *BOB, "--text", "x", "--user", "ann"]
+        words = ["send", "--server", server.smtp, *ANN, *BOB, "--text", "x", "--user", "ann"]
         prompt = b"Password for ann: "
         outcome, shown = on_terminal(words, [(prompt, SECRET.encode() + b"\n")])
         same(outcome, DONE)
@@ -406,7 +298,7 @@ def test_PasswordIsAskedForAndNotShown(server):
 
 def test_ProgressIsABarOnATerminal(server):
     path = file_with(server, "big.bin", os.urandom(3000000))
-    outcome, shown = on_terminal(["send", "--server", server.address, *ANN, *BOB, "--attach", path],
+    outcome, shown = on_terminal(["send", "--server", server.smtp, *ANN, *BOB, "--attach", path],
                                  [])
     same(outcome, DONE)
     bars = re.findall(rb"\rsending \[([#-]{24})\] (\d+)%  [0-9.]+ [kM]?B of 3\.0 MB"
@@ -419,71 +311,15 @@ def test_ProgressIsABarOnATerminal(server):
 
 # --- encryption ---
 
-LAUNCHER = os.path.join(os.path.dirname(os.path.abspath(__file__)), "../../tunnel/ryn32-stunnel")
-TLS_SERVER = """foreground = yes
-pid =
-[server]
-accept = 127.0.0.1:%d
-connect = %s
-cert = server.pem
-protocol = smtp
-"""
-
-
-def make_certificate(server, name):
-    """NAME.pem for the name localhost, with its key in the same file; it is its own authority."""
-    path = os.path.join(server.files, name + ".pem")
-    subprocess.run(["openssl", "req", "-x509", "-newkey", "ec", "-pkeyopt",
-                    "ec_paramgen_curve:prime256v1", "-nodes", "-days", "3", "-keyout",
-                    path + ".key", "-out", path, "-subj", "/CN=" + name, "-addext",
-                    "subjectAltName=DNS:localhost"],
-                   check=True, stderr=subprocess.DEVNULL)
-    with open(path, "ab") as file:
-        file.write(read_file(path + ".key"))
-
-
-def free_port():
-    with socket.create_server(("127.0.0.1", 0)) as probe:
-        return probe.getsockname()[1]
-
-
-def listens(port):
-    with socket.socket() as probe:
-        return probe.connect_ex(("127.0.0.1", port)) == 0
-
-
-@contextlib.contextmanager
-def tls_server(server):
-    """A mail server that speaks STARTTLS: stunnel in front of a postbox; its port."""
-    make_certificate(server, "server")
-    port = free_port()
-    with subprocess.Popen(["stunnel4", "-fd", "0"], stdin=subprocess.PIPE, cwd=server.files,
-                          stderr=subprocess.DEVNULL) as tunnel:
-        tunnel.stdin.write((TLS_SERVER % (port, server.address)).encode())
-        tunnel.stdin.close()
-        while not listens(port):
-            check(tunnel.poll() is None, "stunnel has ended")
-            time.sleep(0.02)
-        try:
-            yield port
-        finally:
-            tunnel.terminate()
-
-
 def tls_words(server, port, ca="server.pem"):
     return ["send", "--server", "localhost:%d" % port, *ANN, *BOB, "--text", "x", "--tls",
             "starttls", "--ca", os.path.join(server.files, ca), "--stunnel", LAUNCHER]
 
 
-def temporary_folder(server):
-    folder = os.path.join(server.files, "tmp")
-    os.mkdir(folder)
-    return folder
-
-
 def test_MailAndPasswordGoThroughTls(server):
     folder = temporary_folder(server)
-    with guarded_postbox(server), tls_server(server) as port:
+    with guarded_postbox(server), \
+            tls_server(server, server.smtp, "protocol = smtp") as port:
         words = tls_words(server, port) + ["--user", "ann"]
         log = os.path.join(server.files, "session.log")
         local_port = free_port()
@@ -498,7 +334,7 @@ def test_MailAndPasswordGoThroughTls(server):
 
 def test_CertificateOfSomebodyElseIsRefused(server):
     folder = temporary_folder(server)
-    with tls_server(server) as port:
+    with tls_server(server, server.smtp, "protocol = smtp") as port:
         make_certificate(server, "other")
         run = rynmail(*tls_words(server, port, "other.pem"), TMPDIR=folder)
         same(run.returncode, CONNECTION)
@@ -519,7 +355,7 @@ def test_TunnelThatCannotBeHadIsTold(server):
             ([*good, "--server", "localhost:465"], USAGE), ([*good, "--tunnel-port", "0"], USAGE),
             (["send", "--server", "localhost", *ANN, *BOB, "--text", "x", "--tls", "starttls"],
              USAGE),
-            (["send", "--server", server.address, *ANN, *BOB, "--text", "x", "--ca", missing],
+            (["send", "--server", server.smtp, *ANN, *BOB, "--text", "x", "--ca", missing],
              USAGE)]
     for words, wanted in rows:
         run = rynmail(*words, TMPDIR=folder)
@@ -603,20 +439,20 @@ def test_BadAddressesNeverReachTheServer(server):
                     "bob@mail.example;eve@mail.example", "bob@mail.example\r\nDATA",
                     "<bob@mail.example> NOTIFY=NEVER", "b\u00f6b@mail.example"):
         send(server, "--to", address, "--text", "x", wanted=USAGE)
-        run = rynmail("send", "--server", server.address, "--from", address, "--to",
+        run = rynmail("send", "--server", server.smtp, "--from", address, "--to",
                       "bob@mail.example", "--text", "x")
         same(run.returncode, USAGE)
     nothing_arrived(server)
 
 
 def test_WrongCommandLinesAreTold(server):
-    base = ["send", "--server", server.address, *ANN, *BOB, "--text", "x"]
+    base = ["send", "--server", server.smtp, *ANN, *BOB, "--text", "x"]
     for words in ([], ["fly"], base[:-2], base[:5], base + ["--fly"], base + ["--subject"],
                   base + ["word"], base + ["--text-file", "x"], base + ["--charset", "klingon"],
                   base + ["--inline", "x.gif"], base + ["--forward", "x", "--attach", "y"],
                   base + ["--to", "--ehlo"], base + ["--server", "host:70000"],
                   base + ["--server", "x" * 256], base + ["--subject", "s" * 2000],
-                  ["verify", "--server", server.address, "--subject", "x", "a@mail.example"]):
+                  ["verify", "--server", server.smtp, "--subject", "x", "a@mail.example"]):
         run = rynmail(*words)
         same((run.returncode, run.stdout), (USAGE, b""))
         check(run.stderr.startswith(b"rynmail: "), run.stderr)
@@ -636,7 +472,7 @@ def test_FilesThatCannotBeUsedAreTold(server):
 # --- the rest ---
 
 def test_VerifyTellsEachAddress(server):
-    run = rynmail("verify", "--server", server.address, *ANN, "Bob <bob@mail.example>", "--ehlo",
+    run = rynmail("verify", "--server", server.smtp, *ANN, "Bob <bob@mail.example>", "--ehlo",
                   "no@refused.example", "eve@mail.example")
     same(run.returncode, REFUSED)
     same(run.stdout, b"bob@mail.example: known\n"
@@ -654,29 +490,4 @@ def test_HelpAndVersionNeedNoServer(_):
     check(re.fullmatch(rb"rynmail, library version 8\.4\.1, build \d+\n", run.stdout), run.stdout)
 
 
-@contextlib.contextmanager
-def running_postbox(folder, *words):
-    """A postbox with a folder of messages; its address."""
-    with subprocess.Popen([POSTBOX, "--folder", folder, *words],
-                          stdout=subprocess.PIPE) as postbox:
-        try:
-            yield "127.0.0.1:%d" % int(postbox.stdout.readline().split()[1])
-        finally:
-            postbox.terminate()
-            outcome = postbox.wait()
-    same(outcome, 0)
-
-
-def main():
-    case = globals()["test_" + sys.argv[3]]
-    with tempfile.TemporaryDirectory() as folder:
-        server = Server()
-        server.box = os.path.join(folder, "box")
-        server.files = os.path.join(folder, "files")
-        os.mkdir(server.box)
-        os.mkdir(server.files)
-        with running_postbox(server.box) as server.address:
-            case(server)
-
-
-main()
+main(globals())

@@ -1,12 +1,14 @@
 // postbox: a small mail server for tests and the demo. It serves several clients with one thread,
-// stores every message it takes in a folder, and delivers nothing.
+// stores every message it takes by SMTP in a folder, delivers nothing, and hands the folder out by
+// POP3.
 //
-//   postbox --folder DIR [--port N] [--user NAME:PASSWORD] [--once] [--verbose]
+//   postbox --folder DIR [--port N] [--pop3-port N] [--user NAME:PASSWORD] [--once] [--verbose]
 //
-// Listens on 127.0.0.1 only, prints "smtp PORT" once it does, and runs until SIGTERM or SIGINT, or
-// with --once until its first client has gone. With --user it takes mail only from who has logged in
-// by AUTH PLAIN or LOGIN. With --verbose the dialogues are printed. This file holds the command line
-// and the connections.
+// Listens on 127.0.0.1 only, prints a line "smtp PORT" and a line "pop3 PORT" once it does, and
+// runs until SIGTERM or SIGINT, or with --once until its first client has gone. With --user it
+// takes mail only from who has logged in by AUTH PLAIN or LOGIN, and opens the mailbox to nobody
+// else. With --verbose the dialogues are printed. This file holds the command line and the
+// connections.
 #include "postbox.h"
 
 #include <arpa/inet.h>
@@ -16,6 +18,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
+#include <iterator>
 #include <netinet/in.h>
 #include <poll.h>
 #include <sys/socket.h>
@@ -25,9 +28,15 @@ constexpr size_t ReadBlock = 16384;
 // Bytes of replies that a client may leave unread before it is no longer listened to.
 constexpr size_t OutputLimit = 65536;
 
+struct Service {
+    const Protocol* Spoken;
+    int Port; // 0: any free one
+    int Listener;
+};
+
 struct Settings {
+    Service Services[2];
     const char* Folder;
-    int Port;         // 0: any free one
     const char* User; // NAME:PASSWORD; null: nobody has to log in
     bool Once;
     bool Verbose;
@@ -42,6 +51,18 @@ static void AskToStop(int)
 
 // --- command line ---
 
+// "--port 25" and the like; false: the option names no service, or the number no port.
+static bool SetPort(const char* option, const char* number, Settings& settings)
+{
+    for (Service& service : settings.Services) {
+        if (strcmp(option, service.Spoken->PortOption) != 0)
+            continue;
+        service.Port = static_cast<int>(strtol(number, nullptr, 10));
+        return service.Port >= 0 && service.Port <= 65535;
+    }
+    return false;
+}
+
 static bool ReadSettings(int count, char** words, Settings& settings)
 {
     for (int i = 1; i < count; ++i) {
@@ -55,12 +76,12 @@ static bool ReadSettings(int count, char** words, Settings& settings)
             settings.Folder = words[++i];
         else if (strcmp(word, "--user") == 0 && value && strchr(value, ':'))
             settings.User = words[++i];
-        else if (strcmp(word, "--port") == 0 && value)
-            settings.Port = static_cast<int>(strtol(words[++i], nullptr, 10));
+        else if (value && SetPort(word, value, settings))
+            ++i;
         else
             return false;
     }
-    return settings.Folder && settings.Port >= 0 && settings.Port <= 65535;
+    return settings.Folder != nullptr;
 }
 
 // --- lines ---
@@ -72,31 +93,30 @@ void Reply(Client& client, std::string_view line)
         printf("S: %.*s\n", static_cast<int>(line.size()), line.data());
 }
 
-static void HandOverLine(Client& client, std::string_view line, LineKind kind,
-                         const Protocol& protocol)
+static void HandOverLine(Client& client, std::string_view line, LineKind kind)
 {
     if (client.Verbose)
         printf("C: %.*s\n", static_cast<int>(line.size()), line.data());
-    protocol.TakeLine(client, line, kind);
+    client.Spoken->TakeLine(client, line, kind);
 }
 
 // One line with its LF. In data a leading dot may come on top of the limit.
-static void TakeWholeLine(Client& client, std::string_view line, const Protocol& protocol)
+static void TakeWholeLine(Client& client, std::string_view line)
 {
     const size_t limit = LineLimit + (client.InData && line[0] == '.' ? 1 : 0);
     const bool tooLong = client.SkippingLine || line.size() > limit;
     client.SkippingLine = false;
     line.remove_suffix(1);
     if (tooLong)
-        return HandOverLine(client, "", LineLong, protocol);
+        return HandOverLine(client, "", LineLong);
     if (!line.ends_with('\r'))
-        return HandOverLine(client, line, LineBareFeed, protocol);
+        return HandOverLine(client, line, LineBareFeed);
     line.remove_suffix(1);
-    HandOverLine(client, line, LineWhole, protocol);
+    HandOverLine(client, line, LineWhole);
 }
 
 // Hands over every whole line of Input. The rest stays, but never grows without end.
-static void TakeInput(Client& client, const Protocol& protocol)
+static void TakeInput(Client& client)
 {
     size_t start = 0;
     while (!client.Closing) {
@@ -104,7 +124,7 @@ static void TakeInput(Client& client, const Protocol& protocol)
         if (end == std::string::npos)
             break;
         const std::string_view input = client.Input;
-        TakeWholeLine(client, input.substr(start, end + 1 - start), protocol);
+        TakeWholeLine(client, input.substr(start, end + 1 - start));
         start = end + 1;
     }
     client.Input.erase(0, start);
@@ -116,7 +136,8 @@ static void TakeInput(Client& client, const Protocol& protocol)
 
 // --- sockets ---
 
-static int Listen(int port)
+// The listening socket, -1: none can be had. The port is told once it is known.
+static int Listen(const char* name, int port)
 {
     const int listener = socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
     if (listener < 0)
@@ -134,23 +155,23 @@ static int Listen(int port)
         close(listener);
         return -1;
     }
-    printf("smtp %d\n", ntohs(address.sin_port));
+    printf("%s %d\n", name, ntohs(address.sin_port));
     return listener;
 }
 
-static void Accept(int listener, const Settings& settings, const Protocol& protocol,
-                   std::vector<Client>& clients)
+static void Accept(const Service& service, const Settings& settings, std::vector<Client>& clients)
 {
-    const int peer = accept4(listener, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
+    const int peer = accept4(service.Listener, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
     if (peer < 0)
         return;
     Client client = {};
     client.Socket = peer;
+    client.Spoken = service.Spoken;
     client.Folder = settings.Folder;
     client.User = settings.User;
     client.Verbose = settings.Verbose;
     clients.push_back(client);
-    protocol.Greet(clients.back());
+    service.Spoken->Greet(clients.back());
 }
 
 static bool WouldWait()
@@ -159,7 +180,7 @@ static bool WouldWait()
 }
 
 // False: the client has gone.
-static bool Receive(Client& client, const Protocol& protocol)
+static bool Receive(Client& client)
 {
     char block[ReadBlock];
     const ssize_t count = recv(client.Socket, block, sizeof block, 0);
@@ -168,62 +189,77 @@ static bool Receive(Client& client, const Protocol& protocol)
     if (count < 0)
         return WouldWait();
     client.Input.append(block, static_cast<size_t>(count));
-    TakeInput(client, protocol);
+    TakeInput(client);
     return true;
 }
 
 // False: the client has gone, or all is said and it asked to close.
 static bool Send(Client& client)
 {
-    const ssize_t count =
-        send(client.Socket, client.Output.data(), client.Output.size(), MSG_NOSIGNAL);
+    const ssize_t count = send(client.Socket, client.Output.data() + client.Sent,
+                               client.Output.size() - client.Sent, MSG_NOSIGNAL);
     if (count < 0)
         return WouldWait();
-    client.Output.erase(0, static_cast<size_t>(count));
-    return !(client.Closing && client.Output.empty());
+    client.Sent += static_cast<size_t>(count);
+    if (client.Sent < client.Output.size())
+        return true;
+    client.Output.clear();
+    client.Sent = 0;
+    return !client.Closing;
 }
 
 static short WantedEvents(const Client& client)
 {
-    const bool listens = !client.Closing && client.Output.size() < OutputLimit;
+    const bool listens = !client.Closing && client.Output.size() - client.Sent < OutputLimit;
     return static_cast<short>((listens ? POLLIN : 0) | (client.Output.empty() ? 0 : POLLOUT));
 }
 
-static bool ServeClient(Client& client, short events, const Protocol& protocol)
+static bool ServeClient(Client& client, short events)
 {
     bool stays = true;
     if (events & (POLLERR | POLLNVAL))
         stays = false;
     if (stays && (events & POLLIN))
-        stays = Receive(client, protocol);
+        stays = Receive(client);
     if (stays && !client.Output.empty())
         stays = Send(client);
     // A peer that has hung up and left nothing to read would wake the poll for ever.
     return stays && !((events & POLLHUP) && !(events & POLLIN));
 }
 
-// One round: waits for events, then serves every client that has one. Returns the clients ended.
-static int ServeRound(int listener, const Settings& settings, const Protocol& protocol,
-                      const sigset_t& waitMask, std::vector<Client>& clients)
+// Serves those of the clients that have an event; the first of polls is the first client's. Returns
+// the clients ended.
+static int ServeClients(const pollfd* polls, std::vector<Client>& clients)
 {
-    std::vector<pollfd> polls;
-    polls.push_back({ listener, POLLIN, 0 });
-    for (const Client& client : clients)
-        polls.push_back({ client.Socket, WantedEvents(client), 0 });
-    // The stop signals are let in here only, so that none is lost between the test and the wait.
-    if (ppoll(polls.data(), polls.size(), nullptr, &waitMask) < 0)
-        return 0;
     int ended = 0;
     for (size_t i = clients.size(); i-- > 0;) {
-        const short events = polls[i + 1].revents;
-        if (events == 0 || ServeClient(clients[i], events, protocol))
+        const short events = polls[i].revents;
+        if (events == 0 || ServeClient(clients[i], events))
             continue;
         close(clients[i].Socket);
         clients.erase(clients.begin() + static_cast<std::ptrdiff_t>(i));
         ++ended;
     }
-    if (polls[0].revents & POLLIN)
-        Accept(listener, settings, protocol, clients);
+    return ended;
+}
+
+// One round: waits for events and answers them. Returns the clients ended.
+static int ServeRound(const Settings& settings, const sigset_t& waitMask,
+                      std::vector<Client>& clients)
+{
+    std::vector<pollfd> polls;
+    for (const Service& service : settings.Services)
+        polls.push_back({ service.Listener, POLLIN, 0 });
+    for (const Client& client : clients)
+        polls.push_back({ client.Socket, WantedEvents(client), 0 });
+    // The stop signals are let in here only, so that none is lost between the test and the wait.
+    if (ppoll(polls.data(), polls.size(), nullptr, &waitMask) < 0)
+        return 0;
+    constexpr size_t serviceCount = std::size(Settings{}.Services);
+    const int ended = ServeClients(polls.data() + serviceCount, clients);
+    for (size_t i = 0; i < serviceCount; ++i)
+        if (polls[i].revents & POLLIN)
+            Accept(settings.Services[i], settings, clients);
     return ended;
 }
 
@@ -243,28 +279,40 @@ static sigset_t CatchStopSignals()
     return waitMask;
 }
 
+static bool OpenServices(Settings& settings)
+{
+    for (Service& service : settings.Services) {
+        service.Listener = Listen(service.Spoken->Name, service.Port);
+        if (service.Listener >= 0)
+            continue;
+        fprintf(stderr, "postbox: can't listen on port %d: %s\n", service.Port, strerror(errno));
+        return false;
+    }
+    return true;
+}
+
 int main(int count, char** words)
 {
     Settings settings = {};
+    settings.Services[0].Spoken = &SmtpProtocol;
+    settings.Services[1].Spoken = &Pop3Protocol;
     if (!ReadSettings(count, words, settings)) {
-        fputs(
-            "usage: postbox --folder DIR [--port N] [--user NAME:PASSWORD] [--once] [--verbose]\n",
-            stderr);
+        fputs("usage: postbox --folder DIR [--port N] [--pop3-port N] [--user NAME:PASSWORD] "
+              "[--once] [--verbose]\n",
+              stderr);
         return 1;
     }
     setvbuf(stdout, nullptr, _IOLBF, 0);
     const sigset_t waitMask = CatchStopSignals();
-    const int listener = Listen(settings.Port);
-    if (listener < 0) {
-        fprintf(stderr, "postbox: can't listen on port %d: %s\n", settings.Port, strerror(errno));
+    if (!OpenServices(settings))
         return 2;
-    }
     std::vector<Client> clients;
     int ended = 0;
     while (!StopAsked && !(settings.Once && ended > 0 && clients.empty()))
-        ended += ServeRound(listener, settings, SmtpProtocol, waitMask, clients);
+        ended += ServeRound(settings, waitMask, clients);
     for (const Client& client : clients)
         close(client.Socket);
-    close(listener);
+    for (const Service& service : settings.Services)
+        close(service.Listener);
     return 0;
 }

@@ -23,15 +23,29 @@ enum LineKind {
 
 enum AuthStep { AuthNone, AuthLoginName, AuthLoginPassword, AuthPlainBlock };
 
+// A message of the folder as a client that reads mail sees it. Its number there is its place in the
+// mailbox, from 1.
+struct StoredMessage {
+    unsigned Number; // of its files
+    size_t Size;     // bytes
+    std::string Id;  // no other message has had it, unless of the same number and the same bytes
+    bool IsDeleted;  // for this client; the files stay until it takes leave
+};
+
+struct Protocol;
+
 struct Client {
     // --- connection: written by postbox.cpp ---
     int Socket;
+    const Protocol* Spoken;
     std::string Input;  // received, not yet a whole line
     bool SkippingLine;  // inside a line that has grown beyond LineLimit
-    std::string Output; // replies not yet sent
+    std::string Output; // replies
+    size_t Sent;        // bytes of Output that are out already
     bool Closing;       // close as soon as Output is empty
     const char* Folder; // where messages are stored
-    const char* User;   // NAME:PASSWORD that a client has to log in with; null: nobody has to
+    const char* User;   // NAME:PASSWORD of the one account; null: sending needs no login, and
+                        // any name and password opens the mailbox
     bool Verbose;       // print the dialogue
 
     // --- SMTP session: written by postbox_smtp.cpp ---
@@ -46,16 +60,22 @@ struct Client {
     bool InData;
     const char* DataFault; // the reply that the message will get instead of 250; null: none
     std::string Message;
+
+    // --- POP3 session: written by postbox_pop3.cpp ---
+    std::string MailboxUser; // that USER has named in the line before; empty: none
+    bool MailboxIsOpen;
+    std::vector<StoredMessage> Mailbox; // as it was at the login
 };
 
 struct Protocol {
     const char* Name;
+    const char* PortOption;
     void (*Greet)(Client& client);
     // The line has no line end. Lines of message data come here too.
     void (*TakeLine)(Client& client, std::string_view line, LineKind kind);
 };
 
-extern const Protocol SmtpProtocol;
+extern const Protocol SmtpProtocol, Pop3Protocol;
 
 // AUTH PLAIN and AUTH LOGIN (postbox_auth.cpp): the command, and the lines that it asks for while
 // Auth is not AuthNone.
@@ -67,6 +87,15 @@ bool EqualNoCase(std::string_view a, std::string_view b);
 
 // Queues one reply line; CR LF is added.
 void Reply(Client& client, std::string_view line);
+
+// The messages of the folder, by their numbers.
+std::vector<StoredMessage> ListMessages(const char* folder);
+
+// A message with every line ended by CR LF; empty: there is none of this number.
+std::string ReadMessage(const char* folder, unsigned number);
+
+// Removes both files of a message. False: the message has gone already, or the disk refuses.
+bool RemoveMessage(const char* folder, unsigned number);
 
 // Stores a message as FOLDER/NNNN.eml with FOLDER/NNNN.envelope beside it, NNNN being the first free
 // number from 1. The .eml file appears last and whole. False: the disk has refused; nothing is left.

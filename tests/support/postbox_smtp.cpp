@@ -267,4 +267,4 @@ static void SmtpTakeLine(Client& client, std::string_view line, LineKind kind)
     TakeCommand(client, line, kind);
 }
 
-const Protocol SmtpProtocol = { "smtp", SmtpGreet, SmtpTakeLine };
+const Protocol SmtpProtocol = { "smtp", "--port", SmtpGreet, SmtpTakeLine };

@@ -1,0 +1,4 @@
+// The help of rynmail.
+#pragma once
+
+void PrintHelp();
