@@ -11,14 +11,14 @@
 
 #include <cstring>
 
-struct WordRow {
+struct CharsetRow {
     const char* Head; // without the letter of the form and its '?'
     uint8_t IsUtf8;
     uint8_t IsSilent; // 1 = the quoted form is not noted in the log
 };
 
 // In the order of the search.
-static constexpr WordRow Words[] = {
+static constexpr CharsetRow Words[] = {
     { "=?iso-8859-1?", 0, 1 },   { "=?iso-8859-2?", 0, 0 },   { "=?iso-8859-3?", 0, 0 },
     { "=?iso-8859-4?", 0, 0 },   { "=?iso-8859-7?", 0, 0 },   { "=?iso-8859-8?", 0, 0 },
     { "=?iso-8859-15?", 0, 0 },  { "=?iso-2022-jp?", 0, 0 },  { "=?utf-8?", 1, 0 },
@@ -62,7 +62,7 @@ static bool HasWord(const char* text, const char* head, char form)
     return false;
 }
 
-static WordCode FindInRow(const char* text, const WordRow& row)
+static WordCode FindInRow(const char* text, const CharsetRow& row)
 {
     WordCode code = WORD_NONE;
     if (HasWord(text, row.Head, 'q'))
@@ -84,7 +84,7 @@ WordCode FindEncodedWord(const char* text)
 {
     if (!MayHoldWord(text))
         return WORD_NONE;
-    for (const WordRow& row : Words)
+    for (const CharsetRow& row : Words)
         if (const WordCode code = FindInRow(text, row); code != WORD_NONE)
             return code;
     return WORD_NONE;
@@ -94,7 +94,7 @@ WordCode FindForeignWord(const char* text)
 {
     if (!MayHoldWord(text))
         return WORD_NONE;
-    for (const WordRow& row : Words)
+    for (const CharsetRow& row : Words)
         if (row.IsUtf8 == 0)
             if (const WordCode code = FindInRow(text, row); code != WORD_NONE)
                 return code;
@@ -103,7 +103,7 @@ WordCode FindForeignWord(const char* text)
 
 WordCode FindUtf8Word(const char* text)
 {
-    for (const WordRow& row : Words)
+    for (const CharsetRow& row : Words)
         if (row.IsUtf8 != 0)
             return FindInRow(text, row);
     return WORD_NONE;

@@ -189,7 +189,7 @@ static int32_t CheckPlaces(Channel& ch, const char* name, const char* folder,
         return RYN_ERR_NO_ATTACH_PATH;
     if (const int32_t status = CheckFolder(ch, folder); status < 0)
         return status;
-    return CheckFolder(ch, attachFolder);
+    return strcmp(folder, attachFolder) == 0 ? 0 : CheckFolder(ch, attachFolder);
 }
 
 // Forgets the message before.

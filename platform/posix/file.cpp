@@ -88,8 +88,9 @@ static int32_t Prepare(int descriptor, bool forWriting, bool isDeviceWelcome)
         return -ENXIO; // what the system says of a FIFO without a reader
     if (const int32_t status = TakeLock(descriptor, forWriting ? LOCK_EX : LOCK_SH); status < 0)
         return status;
-    // Only now: whoever is refused the lock must find the content as it was.
-    if (forWriting) {
+    // Only now: whoever is refused the lock must find the content as it was. A file that is empty is left
+    // alone: some systems write out at its close a file that was cut.
+    if (forWriting && fstat(descriptor, &info) == 0 && info.st_size != 0) {
         if (const int32_t status = Empty(descriptor); status < 0)
             return status;
     }
