@@ -20,6 +20,10 @@ constexpr size_t FetchPathChars = 256;      // of folders, file names and the tw
 constexpr size_t AltBoundaryCount = 8;
 constexpr size_t BoundaryChars = 256; // the two hyphens in front among them
 
+// Values of SearchCursor that are no index.
+constexpr int32_t SEARCH_AT_START = -1;
+constexpr int32_t SEARCH_AT_END = -2;
+
 // A boundary of a nested multipart.
 struct MimeBoundary {
     int32_t Length; // 0 = free
@@ -187,6 +191,13 @@ struct Channel {
     char ImapNoTag[32 + 1];
     uint8_t ImapOkLength;
     uint8_t ImapNoLength;
+    uint8_t ImapFlags;          // bits to store, or read from the server
+    char MailboxName[128 + 1];  // selected
+    const char* SearchCriteria; // the host's; null = no search under way
+    char* SearchTarget;         // the host's buffer; null = no search under way
+    char* SearchBuffer;         // result of the last search, memory slot 11; null = none
+    int32_t SearchSize;         // of the host's buffer, then the length of the result
+    int32_t SearchCursor;       // index in the result where the walk goes on, or SEARCH_AT_ value
 
     // --- files of a fetch: virtual handles, owned; 0 = none. The attachment has AttachHandle ---
     char EmailName[FetchPathChars + 1];

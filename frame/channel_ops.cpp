@@ -154,8 +154,11 @@ static void CloseLeftovers(Channel& ch, bool isConnected)
 // The farewell to the server, and the end of the conversation whatever comes of it.
 static int32_t EndConversation(Channel& ch)
 {
+    const bool expunges = ch.Protocol == 'I' && ch.NoExpunge == 0;
+    if (ch.Protocol == 'I')
+        LogFormat(ch, "ExpungeOnClose=%d\r\n", expunges ? 1 : 0);
     ch.WaitWritable = 1;
-    ch.NextState = ST_QUIT;
+    ch.NextState = expunges ? ST_IMAP_EXPUNGE : ST_QUIT;
     if (ch.AutoCallDriver == 0)
         return 0;
     const int32_t result = RunDriver(ch);

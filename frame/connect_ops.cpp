@@ -13,6 +13,8 @@
 #include "transport/vsock.h"
 #include "transport/vstream.h"
 
+static constexpr char ConnectingNote[] = "Connecting to server...\n";
+
 // What a secure connect is told; the ports are cut to 16 bits.
 struct SecureServer {
     uint16_t LocalPort;  // where the tunnel listens
@@ -37,15 +39,21 @@ static void BeginConnect(Channel& ch, char protocol)
     ch.Protocol = protocol;
 }
 
-// What every connect does last: runs the driver, and closes the socket if that fails.
-static int32_t StartConnecting(Channel& ch, State first)
+// What every connect does last: runs the driver. note goes to the log.
+static int32_t RunConnect(Channel& ch, State first, const char* note)
 {
     vsResetRing(ch.VSock);
     vsForgetSends(ch.VSock); // of a connection that this one replaces
     ch.LineIsOpen = 0;
     ch.NextState = first;
-    LogText(&ch, "Connecting to server...\n");
-    const int32_t result = RunDriver(ch);
+    LogText(&ch, note);
+    return RunDriver(ch);
+}
+
+// The same, closing the socket if that fails.
+static int32_t StartConnecting(Channel& ch, State first, const char* note)
+{
+    const int32_t result = RunConnect(ch, first, note);
     if (result < 0)
         CloseChannelSocket(ch);
     return result;
@@ -65,7 +73,7 @@ int32_t rynSmtpConnect(uint32_t channel, const char* server, const char* from, c
     if (const int32_t status = SetSender(ch, from, replyTo); status < 0)
         return status;
     ch.ServerPort = ch.SmtpPort;
-    return StartConnecting(ch, ST_SMTP_CONNECT);
+    return StartConnecting(ch, ST_SMTP_CONNECT, ConnectingNote);
 }
 
 // --- to a mailbox ---
@@ -101,13 +109,10 @@ static void SetMailAccount(Channel& ch, const char* user, const char* password)
     CopyField(ch.Password, password);
 }
 
-int32_t rynPop3Connect(uint32_t channel, const char* server, const char* user, const char* password)
+// Notes server and account, and forgets the session before: 0 or a status.
+static int32_t PrepareMailConnect(Channel& ch, const char* server, const char* user,
+                                  const char* password)
 {
-    if (const int32_t status = GuardChannel(channel); status < 0)
-        return status;
-    Channel& ch = *ChannelTable[channel];
-    BeginConnect(ch, 'P');
-    LogText(&ch, "*** rynPop3Connect\r\n");
     if (server == nullptr)
         return RYN_ERR_NO_SERVER;
     if (const int32_t status = CheckMailAccount(user, password); status < 0)
@@ -117,8 +122,33 @@ int32_t rynPop3Connect(uint32_t channel, const char* server, const char* user, c
     CopyField(ch.ServerName, server);
     SetMailAccount(ch, user, password);
     ResetRetrieval(ch);
+    return 0;
+}
+
+int32_t rynPop3Connect(uint32_t channel, const char* server, const char* user, const char* password)
+{
+    if (const int32_t status = GuardChannel(channel); status < 0)
+        return status;
+    Channel& ch = *ChannelTable[channel];
+    BeginConnect(ch, 'P');
+    LogText(&ch, "*** rynPop3Connect\r\n");
+    if (const int32_t status = PrepareMailConnect(ch, server, user, password); status < 0)
+        return status;
     ch.ServerPort = ch.Pop3Port;
-    return StartConnecting(ch, ST_POP3_START);
+    return StartConnecting(ch, ST_POP3_START, ConnectingNote);
+}
+
+int32_t rynImapConnect(uint32_t channel, const char* server, const char* user, const char* password)
+{
+    if (const int32_t status = GuardChannel(channel); status < 0)
+        return status;
+    Channel& ch = *ChannelTable[channel];
+    BeginConnect(ch, 'I');
+    LogText(&ch, "*** rynImapConnect\r\n");
+    if (const int32_t status = PrepareMailConnect(ch, server, user, password); status < 0)
+        return status;
+    ch.ServerPort = ch.ImapPort;
+    return StartConnecting(ch, ST_IMAP_START, "");
 }
 
 // --- through a tunnel ---
@@ -202,15 +232,17 @@ int32_t rynSmtpConnectSSL(uint32_t channel, uint32_t localPort, uint32_t secureP
     LogSmtpConnectSSL(*ChannelTable[channel], to, from, replyTo);
     if (const int32_t status = PrepareSmtpConnectSSL(channel, to, from, replyTo); status < 0)
         return status;
-    return StartConnecting(*ChannelTable[channel], ST_SMTP_CONNECT);
+    return StartConnecting(*ChannelTable[channel], ST_SMTP_CONNECT, ConnectingNote);
 }
 
-static void LogPop3ConnectSSL(const Channel& ch, const SecureServer& to)
+// The line of the log for a mailbox; ending closes the bracket, or does not.
+static void LogMailConnectSSL(const Channel& ch, const char* operation, const SecureServer& to,
+                              const char* ending)
 {
-    LogFormat(ch, "*** rynPop3ConnectSSL(%d,%d,%d,'%s','%s','%s','%s')\r\n", ch.ChannelNumber,
+    LogFormat(ch, "*** %s(%d,%d,%d,'%s','%s','%s','%s'%s\r\n", operation, ch.ChannelNumber,
               to.LocalPort, to.SecurePort, Shown(to.Server), Shown(to.User),
               ShowConnectSecrets != 0 ? Shown(to.Password) : "*",
-              to.ProxyHost == nullptr ? "0" : to.ProxyHost);
+              to.ProxyHost == nullptr ? "0" : to.ProxyHost, ending);
 }
 
 // The account, and the tunnel unless it runs already: 0 or a status.
@@ -243,13 +275,36 @@ int32_t rynPop3ConnectSSL(uint32_t channel, uint32_t localPort, uint32_t secureP
                               user,
                               password,
                               proxyHost };
-    LogPop3ConnectSSL(ch, to);
+    LogMailConnectSSL(ch, "rynPop3ConnectSSL", to, ")");
     BeginConnect(ch, 'P');
     if (const int32_t status = PrepareMailConnectSSL(ch, TUNNEL_POP3, to); status < 0)
         return status;
     ch.Pop3Port = ch.ServerPort = to.LocalPort;
     ResetRetrieval(ch);
-    return StartConnecting(ch, ST_POP3_START);
+    return StartConnecting(ch, ST_POP3_START, ConnectingNote);
+}
+
+// A socket that failed stays open here, until rynAbort or rynRelease.
+int32_t rynImapConnectSSL(uint32_t channel, uint32_t localPort, uint32_t securePort,
+                          const char* server, const char* user, const char* password,
+                          const char* proxyHost)
+{
+    if (const int32_t status = GuardChannel(channel); status < 0)
+        return status;
+    Channel& ch = *ChannelTable[channel];
+    const SecureServer to = { static_cast<uint16_t>(localPort),
+                              static_cast<uint16_t>(securePort),
+                              server,
+                              user,
+                              password,
+                              proxyHost };
+    LogMailConnectSSL(ch, "rynImapConnectSSL", to, "");
+    BeginConnect(ch, 'I');
+    if (const int32_t status = PrepareMailConnectSSL(ch, TUNNEL_IMAP, to); status < 0)
+        return status;
+    ch.ImapPort = ch.ServerPort = to.LocalPort;
+    ResetRetrieval(ch);
+    return RunConnect(ch, ST_IMAP_START, to.SecurePort == 0 ? "" : "Connecting...\n");
 }
 
 // --- asking only ---
@@ -267,7 +322,7 @@ int32_t rynTestConnect(uint32_t channel, const char* server, uint32_t port, char
     ch.ServerPort = static_cast<uint16_t>(port);
     ch.TestConnectOnly = 1;
     ch.WaitWritable = 0;
-    StartConnecting(ch, ST_SMTP_CONNECT);
+    StartConnecting(ch, ST_SMTP_CONNECT, ConnectingNote);
     if (ch.AutoCallDriver == 0) { // the greeting is still to come
         if (buffer != nullptr && size >= 0)
             buffer[0] = 0;

@@ -84,6 +84,8 @@ static int32_t EnterProtocol(Channel& ch)
         return Go(ch, ST_SMTP_GREETING);
     case ST_POP3_GREETING:
         return Go(ch, ST_POP3_GREETING);
+    case ST_IMAP_GREETING:
+        return Go(ch, ST_IMAP_GREETING);
     default:
         return Finish(ch);
     }

@@ -155,7 +155,7 @@ static void ForgetPointers(Channel& ch, uint32_t row)
         &ch.ToList,       &ch.CcList,          &ch.BccList,          &ch.SubjectText,
         &ch.InlineText,   &ch.AltText,         &ch.AttachmentText,   &ch.ExtraHeaders,
         &ch.RecipientEnd, &ch.RecipientCursor, &ch.CurrentRecipient, &ch.AttachBegPtr,
-        &ch.AttachEndPtr, &ch.UserBuffer,
+        &ch.AttachEndPtr, &ch.UserBuffer,      &ch.SearchBuffer,
     };
     for (char** pointer : pointers)
         Forget(*pointer, area, size);

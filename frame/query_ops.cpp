@@ -5,6 +5,7 @@
 #include "frame/memory.h"
 #include "frame/settings.h"
 #include "platform/platform.h"
+#include "retrieve/imap_response.h"
 #include "send/header_lines.h"
 #include "transport/channel_io.h"
 #include "transport/vfile.h"
@@ -113,7 +114,8 @@ int32_t rynStatistics(uint32_t channel, uint32_t code)
 // The last reply; the result leaves its line end out, the buffer keeps it.
 static int32_t TellLastReply(const Channel& ch, char* buffer, int32_t size)
 {
-    const int32_t stored = CopyText(buffer, ch.LastReply, size);
+    const bool isCollected = ch.ChannelNumber == 0 && ch.Protocol == 'I';
+    const int32_t stored = CopyText(buffer, isCollected ? ImapCollector : ch.LastReply, size);
     const bool hasLineEnd = stored >= 2 && buffer[stored - 2] == '\r' && buffer[stored - 1] == '\n';
     return hasLineEnd ? stored - 2 : stored;
 }

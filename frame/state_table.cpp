@@ -4,6 +4,7 @@
 
 #include "frame/connect_states.h"
 #include "retrieve/fetch_states.h"
+#include "retrieve/imap_states.h"
 #include "retrieve/pop3_states.h"
 #include "retrieve/raw_states.h"
 #include "send/attach_states.h"
@@ -79,7 +80,7 @@ static constexpr StateRow StateTable[] = {
 
     { ST_MSG_END, "message end", MsgEnd },
     { ST_MSG_END_REPLY, "message end reply", MsgEndReply },
-    { ST_QUIT, "quit", SendCommand },
+    { ST_QUIT, "quit", SendQuit },
     { ST_QUIT_REPLY, "quit reply", QuitReply },
 
     { ST_ATT_BOUNDARY, "attachment boundary", AttBoundary },
@@ -123,6 +124,28 @@ static constexpr StateRow StateTable[] = {
     { ST_POP3_UIDL_REPLY, "pop3 uidl reply", Pop3UidlReply },
     { ST_POP3_RAW, "pop3 raw", Pop3Raw },
     { ST_POP3_RAW_REPLY, "pop3 raw reply", Pop3RawReply },
+
+    { ST_IMAP_START, "imap start", ImapStart },
+    { ST_IMAP_GREETING, "imap greeting", ImapGreeting },
+    { ST_IMAP_LOGIN, "imap login", ImapLogin },
+    { ST_IMAP_LOGIN_REPLY, "imap login reply", ImapLoginReply },
+    { ST_IMAP_SELECT, "imap select", ImapSelect },
+    { ST_IMAP_SELECT_REPLY, "imap select reply", ImapSelectReply },
+    { ST_IMAP_EXPUNGE, "imap expunge", ImapSendCommand },
+    { ST_IMAP_EXPUNGE_REPLY, "imap expunge reply", ImapExpungeReply },
+    { ST_IMAP_GET_FLAGS, "imap get flags", ImapSendCommand },
+    { ST_IMAP_GET_FLAGS_REPLY, "imap get flags reply", ImapFlagsReply },
+    { ST_IMAP_ADD_FLAGS, "imap add flags", ImapStoreFlags },
+    { ST_IMAP_REMOVE_FLAGS, "imap remove flags", ImapStoreFlags },
+    { ST_IMAP_STORE_REPLY, "imap store reply", ImapFlagsReply },
+    { ST_IMAP_SEARCH, "imap search", ImapSearch },
+    { ST_IMAP_SEARCH_REPLY, "imap search reply", ImapSearchReply },
+    { ST_IMAP_GET_SIZE, "imap get size", ImapSendCommand },
+    { ST_IMAP_GET_SIZE_REPLY, "imap get size reply", ImapGetSizeReply },
+    { ST_IMAP_GET_UID, "imap get uid", ImapSendCommand },
+    { ST_IMAP_GET_UID_REPLY, "imap get uid reply", ImapGetUidReply },
+    { ST_IMAP_RAW, "imap raw", ImapRaw },
+    { ST_IMAP_RAW_REPLY, "imap raw reply", ImapRawReply },
 
     { ST_ALT_HEADER, "alternative header", AltHeader },
     { ST_ALT_TEXT, "alternative text", AltSendText },

@@ -311,6 +311,26 @@ extern "C" {
 #define RYN_HEADER_CC 6           /* likewise */
 #define RYN_HEADER_CONTENT_TYPE 7 /* 256 chars, of the message as a whole */
 
+/* --- Numbers of the IMAP operations ------------------------------------------------------------ */
+
+/* flags of a message */
+#define RYN_FLAG_SEEN 1
+#define RYN_FLAG_ANSWERED 2
+#define RYN_FLAG_FLAGGED 4
+#define RYN_FLAG_DELETED 8
+#define RYN_FLAG_DRAFT 16
+#define RYN_FLAG_RECENT 32 /* can be read, never written */
+
+/* what rynImapFlags does */
+#define RYN_FLAGS_READ 1
+#define RYN_FLAGS_ADD 2
+#define RYN_FLAGS_REMOVE 3
+
+/* what rynImapMsgNumber tells */
+#define RYN_SEARCH_COUNT 1
+#define RYN_SEARCH_FIRST 2
+#define RYN_SEARCH_NEXT 3
+
 /* --- Lifecycle --------------------------------------------------------------------------------- */
 
 /* rynAttach: makes the channels and readies the library.
@@ -502,6 +522,39 @@ RYN_API int32_t rynPop3Connect(uint32_t channel, const char *server, const char 
  *          RYN_ERR_PROXY_START; those of rynPop3Connect. The tunnel's log has the reason when a certificate is refused
  * Note     the process lives until rynClose or rynRelease */
 RYN_API int32_t rynPop3ConnectSSL(uint32_t channel, uint32_t localPort, uint32_t securePort,
+                                  const char *server, const char *user, const char *password,
+                                  const char *proxyHost);
+
+/* rynImapConnect: connects to an IMAP server, logs in and selects the mailbox InBox.
+ *   channel   number of an attached channel
+ *   server    name or dotted quad, 255 chars; the port is RYN_IMAP_PORT
+ *   user, password  64 chars each; the rest of a longer text is not used
+ * Returns  0: logged in; a mailbox that the server refuses counts as empty. Manual: 0 when the work has
+ *          begun
+ * Errors   RYN_ERR_NO_SERVER, RYN_ERR_NO_USER, RYN_ERR_NO_PASSWORD: a null text;
+ *          RYN_ERR_BAD_SERVER_NAME; RYN_ERR_IMAP_REPLY: refused, rynDebug has the server's words; the
+ *          two guards; what the driver reports, with the socket closed
+ * Note     user and password go out as given, without quotes: blanks, quotes, brackets, '{' and line
+ *          ends in them make another command of the login. A connection that the channel still has is
+ *          lost until rynRelease */
+RYN_API int32_t rynImapConnect(uint32_t channel, const char *server, const char *user,
+                               const char *password);
+
+/* rynImapConnectSSL: the same through a tunnel, as rynSmtpConnectSSL starts one.
+ *   channel     number of an attached channel
+ *   localPort   16 bits, where the tunnel listens; one of its own for each channel
+ *   securePort  16 bits, of the real server, where TLS begins with the first byte (993); 0: a second
+ *               session through the tunnel that runs; server and proxyHost are not looked at
+ *   server      name of the real server, 255 chars; it is checked against the certificate
+ *   user, password  64 chars each
+ *   proxyHost   host on which the tunnel listens; null or empty: this machine
+ * Returns  0: logged in. Manual: 0 when the work has begun
+ * Errors   RYN_ERR_NO_USER, RYN_ERR_NO_PASSWORD, RYN_ERR_PROXY_NOT_CONFIGURED,
+ *          RYN_ERR_CANNOT_CREATE_FILE: the configuration; RYN_ERR_PROXY_START; those of
+ *          rynImapConnect. The tunnel's log has the reason when a certificate is refused
+ * Note     after a failure the socket stays open: rynAbort closes it. The process lives until rynClose
+ *          or rynRelease */
+RYN_API int32_t rynImapConnectSSL(uint32_t channel, uint32_t localPort, uint32_t securePort,
                                   const char *server, const char *user, const char *password,
                                   const char *proxyHost);
 
@@ -836,6 +889,78 @@ RYN_API int32_t rynExtractText(const char *text, const char *find, char *target,
  * Returns  chars stored; 0: no such line, or longer than size - 1 chars, or a null argument */
 RYN_API int32_t rynExtractLine(const char *text, int32_t line, char *target, int32_t size);
 
+/* --- IMAP alone. Names of mailboxes and search criteria go out as given, without quotes: a host that
+ * takes them from outside removes line ends first. ------------------------------------------------- */
+
+/* rynImapFlags: reads, adds or removes flags of a message.
+ *   message    number on the server, from 1
+ *   operation  RYN_FLAGS_READ, RYN_FLAGS_ADD or RYN_FLAGS_REMOVE
+ *   flags      sum of RYN_FLAG_ values: those to be told, added or removed. RYN_FLAG_RECENT can be read
+ *              only; without any other an add or remove sends nothing
+ * Returns  those of the flags that the server says are set now; 0 also from a server that does not
+ *          tell. Manual: 0
+ * Errors   RYN_ERR_IMAP_ONLY, RYN_ERR_NO_SUCH_MESSAGE: below 1; RYN_ERR_IMAP_FLAG: no such operation;
+ *          RYN_ERR_IMAP_REPLY: refused; the two guards; what the driver reports */
+RYN_API int32_t rynImapFlags(uint32_t channel, int32_t message, int32_t operation, int32_t flags);
+
+/* rynImapSearch: asks which messages match. The library keeps the answer for rynImapMsgNumber.
+ *   criteria  as the protocol has them (RFC 2060, 6.4.4): UNSEEN, FROM "x"; about 1000 chars
+ *   buffer    out: "SEARCH" and the numbers, without the line end;  size: its capacity with the zero;
+ *             what does not fit is cut, a number too
+ * Returns  0. Manual: 0 when the work has begun; buffer and rynImapMsgNumber are ready when rynDriver
+ *          gives 0
+ * Errors   RYN_ERR_IMAP_ONLY, RYN_ERR_NULL_POINTER, RYN_ERR_NULL_BUFFER, RYN_ERR_IMAP_REPLY: refused;
+ *          the two guards; what the driver reports
+ * Owner    criteria and buffer are the host's and must live until the operation has ended */
+RYN_API int32_t rynImapSearch(uint32_t channel, const char *criteria, char *buffer, int32_t size);
+
+/* rynImapMsgNumber: walks the answer of the last search. Sends nothing.
+ *   mode  RYN_SEARCH_COUNT: how many numbers; RYN_SEARCH_FIRST: the first; RYN_SEARCH_NEXT: the next,
+ *         at the beginning the first
+ * Returns  the count or number; 0: no more, or no search; -1: no such mode
+ * Errors   RYN_ERR_IMAP_ONLY; the two guards */
+RYN_API int32_t rynImapMsgNumber(uint32_t channel, int32_t mode);
+
+/* rynImapSelectMB: selects another mailbox.
+ *   mailbox  32 chars, the rest is cut
+ * Returns  0, also when the server refuses: rynGetEmailCount is 0 then. Manual: 0 when the work has
+ *          begun
+ * Errors   RYN_ERR_IMAP_ONLY, RYN_ERR_NULL_POINTER; the two guards; what the driver reports */
+RYN_API int32_t rynImapSelectMB(uint32_t channel, const char *mailbox);
+
+/* rynImapDeleteMB: deletes a mailbox. The command is cut at 32 chars as in rynCommand.
+ *   mailbox  25 chars
+ * Returns  0, also when the server refuses: rynDebug has its words. Manual: 0 when the work has begun
+ * Errors   RYN_ERR_NULL_POINTER; those of rynCommand */
+RYN_API int32_t rynImapDeleteMB(uint32_t channel, const char *mailbox);
+
+/* rynImapCreateMB: makes a mailbox.
+ *   mailbox  25 chars
+ * Returns  as rynImapDeleteMB
+ * Errors   as rynImapDeleteMB */
+RYN_API int32_t rynImapCreateMB(uint32_t channel, const char *mailbox);
+
+/* rynImapRenameMB: renames a mailbox.
+ *   from, to  24 chars together
+ * Returns  as rynImapDeleteMB
+ * Errors   as rynImapDeleteMB */
+RYN_API int32_t rynImapRenameMB(uint32_t channel, const char *from, const char *to);
+
+/* rynImapCopyMBmail: copies a message to another mailbox.
+ *   message  number on the server, from 1;  mailbox: 26 chars with the number
+ * Returns  as rynImapDeleteMB
+ * Errors   as rynImapDeleteMB */
+RYN_API int32_t rynImapCopyMBmail(uint32_t channel, int32_t message, const char *mailbox);
+
+/* rynImapListMB: asks for the names of mailboxes; RYN_LIST_ARGUMENTS says which.
+ *   buffer  out: the lines of the answer, the tagged one at the end, each with CR LF; on channels other
+ *           than 0 the first 2048 chars of them
+ *   size    most chars to store, the buffer holds size + 1 bytes; 0: only a zero byte; below 0: nothing
+ * Returns  0. Manual: 0, and the buffer holds what was answered before: rynDebug with
+ *          RYN_DEBUG_LAST_REPLY has the list when rynDriver gives 0
+ * Errors   RYN_ERR_NULL_BUFFER; those of rynCommand */
+RYN_API int32_t rynImapListMB(uint32_t channel, char *buffer, int32_t size);
+
 /* --- Codecs. None of these needs rynAttach. ---------------------------------------------------- */
 
 /* rynQuoteBuffer: quoted-printable without line breaks: '=' and all but printable ASCII and TAB
@@ -922,6 +1047,30 @@ RYN_API int32_t rynShortToByte(char *text);
  * Returns  n
  * Errors   RYN_ERR_NULL_POINTER */
 RYN_API int32_t rynByteToShort(char *text);
+
+/* --- Small operations -------------------------------------------------------------------------- */
+
+/* rynTestFileSet: tests whether all files of a list can be opened, before they are attached.
+ *   channel  number of an attached channel, whose log tells what is missing; -1: none, and no rynAttach
+ *            is needed
+ *   list     entries separated by RYN_ATTACH_DELIMITER, taken as they stand, without shown names; an
+ *            '@' in front of the first is passed over
+ *   buffer   out: the name that can't be opened;  size: its capacity, at least 80
+ * Returns  0: all can be opened, or an entry is empty, which ends the test; 99: a name does not fit;
+ *          else the length of the name in the buffer
+ * Errors   RYN_ERR_BUFFER_TOO_SMALL, RYN_ERR_NO_FILENAME: a null list; RYN_ERR_NULL_BUFFER; the two
+ *          guards */
+RYN_API int32_t rynTestFileSet(uint32_t channel, const char *list, char *buffer, int32_t size);
+
+/* rynSleep: pauses the calling thread. Needs no rynAttach.
+ *   ms  milliseconds; 0 lets others run
+ * Returns  1; 0: below 0 */
+RYN_API int32_t rynSleep(int32_t ms);
+
+/* rynGetTicks: a tick count to measure time with, by the difference of two. Needs no rynAttach.
+ *   divisor  1: milliseconds; 1000: seconds
+ * Returns  the count, which wraps after 49.7 days, by the divisor; 0: divisor below 1 */
+RYN_API int32_t rynGetTicks(int32_t divisor);
 
 #ifdef __cplusplus
 }

@@ -9,6 +9,7 @@
 #include "frame/settings.h"
 #include "frame/ticks.h"
 #include "platform/platform.h"
+#include "retrieve/imap_response.h"
 #include "retrieve/message_file.h"
 #include "transport/channel_io.h"
 #include "transport/raw_copy.h"
@@ -236,6 +237,9 @@ int32_t DeleteReply(Channel& ch, uint32_t)
 {
     if (ChannelDataReady(ch, 0) == 0)
         return Wait(ch);
-    ReadPop3Reply(ch);
+    if (ch.Protocol == 'I')
+        ImapResponse(ch, IMAP_ANY, nullptr);
+    else
+        ReadPop3Reply(ch);
     return Finish(ch);
 }

@@ -46,19 +46,6 @@ int32_t Pop3Start(Channel& ch, uint32_t)
     return Go(ch, ST_CREATE_SOCKET);
 }
 
-// Keeps the time stamp of the greeting (RFC 1939, 7), its brackets included; empty if there is none.
-static void KeepTimeStamp(Channel& ch)
-{
-    ch.AuthScratch[0] = 0;
-    const char* const left = FindChar(ch.ReplyBuffer, '<');
-    const char* const right = left == nullptr ? nullptr : FindChar(left, '>');
-    if (right == nullptr)
-        return;
-    constexpr ptrdiff_t Most = sizeof ch.AuthScratch - 1;
-    const ptrdiff_t chars = right + 1 - left;
-    CopyText(ch.AuthScratch, left, static_cast<int32_t>(chars < Most ? chars : Most));
-}
-
 int32_t Pop3Greeting(Channel& ch, uint32_t)
 {
     if (ChannelConnected(ch, 0) == 0) {

@@ -7,3 +7,5 @@ int32_t SmtpRaw(Channel& ch, uint32_t now);
 int32_t SmtpRawReply(Channel& ch, uint32_t now);
 int32_t Pop3Raw(Channel& ch, uint32_t now);
 int32_t Pop3RawReply(Channel& ch, uint32_t now);
+int32_t ImapRaw(Channel& ch, uint32_t now);
+int32_t ImapRawReply(Channel& ch, uint32_t now);

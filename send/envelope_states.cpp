@@ -7,6 +7,7 @@
 #include "frame/log.h"
 #include "frame/settings.h"
 #include "frame/ticks.h"
+#include "retrieve/imap_response.h"
 #include "send/address.h"
 #include "transport/channel_io.h"
 #include "transport/replies.h"
@@ -177,7 +178,6 @@ struct CommandRow {
 static const CommandRow CommandTable[] = {
     { ST_SMTP_DATA, "DATA", ST_SMTP_DATA_REPLY },
     { ST_SMTP_RSET, "RSET", ST_SMTP_RSET_REPLY },
-    { ST_QUIT, "QUIT", ST_QUIT_REPLY },
 };
 
 int32_t SendCommand(Channel& ch, uint32_t)
@@ -210,11 +210,35 @@ int32_t SmtpRsetReply(Channel& ch, uint32_t)
 
 // --- end of a session ---
 
+int32_t SendQuit(Channel& ch, uint32_t)
+{
+    if (ch.Protocol == 'I')
+        FormatText(ch.CommandBuffer, CommandCapacity, "%s LOGOUT", ch.ImapTag);
+    else
+        CopyText(ch.CommandBuffer, "QUIT", 4);
+    if (const int32_t status = SendOrFail(ch, ch.CommandBuffer); status < 0)
+        return status;
+    Arm(ch, CommandGap, ReplyTimeout);
+    return Go(ch, ST_QUIT_REPLY);
+}
+
+static int32_t ReadQuitReply(Channel& ch)
+{
+    switch (ch.Protocol) {
+    case 'I':
+        return ImapResponse(ch, IMAP_ANY, nullptr);
+    case 'P':
+        return ReadPop3Reply(ch);
+    default:
+        return ReadSmtpReply(ch);
+    }
+}
+
 int32_t QuitReply(Channel& ch, uint32_t)
 {
     if (ChannelDataReady(ch, 0) == 0)
         return Wait(ch);
-    const int32_t result = ch.Protocol == 'P' ? ReadPop3Reply(ch) : ReadSmtpReply(ch);
+    const int32_t result = ReadQuitReply(ch);
     if (result < 0)
         return FailState(ch, 0, result);
     vsDrain(ch.VSock);

@@ -11,6 +11,7 @@ int32_t SmtpRcptTo(Channel& ch, uint32_t now);
 int32_t SmtpRcptReply(Channel& ch, uint32_t now);
 int32_t SmtpDataReply(Channel& ch, uint32_t now);
 int32_t SmtpRsetReply(Channel& ch, uint32_t now);
+int32_t SendQuit(Channel& ch, uint32_t now); // of every protocol
 int32_t QuitReply(Channel& ch, uint32_t now);
 int32_t VrfyNext(Channel& ch, uint32_t now);
 int32_t VrfySend(Channel& ch, uint32_t now);

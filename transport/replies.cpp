@@ -116,3 +116,15 @@ int32_t ReadPop3Reply(Channel& ch)
     ch.ReplyCode = ch.ReplyBuffer[0] == '+' ? 100 : 500;
     return ch.ReplyCode == 100 ? 0 : RYN_ERR_POP3_REPLY;
 }
+
+void KeepTimeStamp(Channel& ch)
+{
+    ch.AuthScratch[0] = 0;
+    const char* const left = FindChar(ch.ReplyBuffer, '<');
+    const char* const right = left == nullptr ? nullptr : FindChar(left, '>');
+    if (right == nullptr)
+        return;
+    constexpr ptrdiff_t Most = sizeof ch.AuthScratch - 1;
+    const ptrdiff_t chars = right + 1 - left;
+    CopyText(ch.AuthScratch, left, static_cast<int32_t>(chars < Most ? chars : Most));
+}

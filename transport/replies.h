@@ -23,3 +23,7 @@ void DropRefusalRest(Channel& ch);
 // A POP3 reply of one line: 0, also when the server has closed; RYN_ERR_POP3_REPLY,
 // RYN_ERR_TIMED_OUT. ReplyCode is 100 or 500.
 int32_t ReadPop3Reply(Channel& ch);
+
+// Keeps the time stamp of the greeting in ReplyBuffer (RFC 1939, 7) in AuthScratch, its brackets
+// included; empty if there is none.
+void KeepTimeStamp(Channel& ch);

@@ -61,6 +61,14 @@ static int32_t StoreInFreeEntry(int32_t value)
     return 0;
 }
 
+// What stands in the table for a handle; 0 for one that no file has.
+static int32_t EntryOf(int32_t handle)
+{
+    if (handle < 1 || handle >= TableSize)
+        return 0;
+    return FileTable[handle].load(std::memory_order_relaxed);
+}
+
 static bool IsMemoryFile(int32_t value)
 {
     return (value & MemoryMark) == MemoryMark;
@@ -164,6 +172,17 @@ int32_t u_Open(const char* name, int32_t, bool utf8)
     return RYN_ERR_CANNOT_OPEN_FILE;
 }
 
+int32_t u_Probe(const char* name)
+{
+    const int32_t handle = u_Open(name, 0, false);
+    const int32_t entry = EntryOf(handle);
+    if (IsMemoryFile(entry)) // its content is the host's and still to be read
+        FileTable[handle].store(0, std::memory_order_relaxed);
+    else
+        u_Close(handle);
+    return handle;
+}
+
 int32_t u_Create(const char* name, int32_t mode, bool utf8)
 {
     SetLastFileError(0);
@@ -190,14 +209,6 @@ static int32_t ReadMemory(MemoryFile& file, void* buffer, int32_t count)
     file.Pointer += taken;
     file.Left -= taken;
     return static_cast<int32_t>(taken);
-}
-
-// What stands in the table for a handle; 0 for one that no file has.
-static int32_t EntryOf(int32_t handle)
-{
-    if (handle < 1 || handle >= TableSize)
-        return 0;
-    return FileTable[handle].load(std::memory_order_relaxed);
 }
 
 int32_t u_Read(int32_t handle, void* buffer, int32_t count)

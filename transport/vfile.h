@@ -19,6 +19,9 @@ int32_t u_Open(const char* name, int32_t mode, bool utf8);
 constexpr int32_t FILE_OF_HOST = 0;
 constexpr int32_t FILE_OF_PEER = 1; // a message has named it: neither a link nor a device is opened
 
+// Tells what u_Open would for a name, without notice or trace: 0 or above if it can be opened.
+int32_t u_Probe(const char* name);
+
 // Makes a new empty file for writing: as u_Open, with RYN_ERR_CANNOT_CREATE_FILE.
 int32_t u_Create(const char* name, int32_t mode, bool utf8);
 
