@@ -81,6 +81,15 @@ static int32_t ParseSearchLine(Channel& ch, const char* text)
     return 1;
 }
 
+// Adds the rest of an overlong list.
+static void ParseSearchPiece(Channel& ch)
+{
+    if (ch.SearchTarget == nullptr || ch.SearchSize < 1)
+        return;
+    AppendText(ch.SearchTarget, ch.ReplyBuffer, ch.SearchSize - 1);
+    CutAtLineEnd(ch.SearchTarget);
+}
+
 void BuildFlagList(char* text, int32_t capacity, uint8_t bits)
 {
     CopyText(text, "(", capacity);
@@ -184,6 +193,7 @@ int32_t ImapResponse(Channel& ch, ImapAnswer type, const char* key)
     // A server that never stops talking is not listened to for ever.
     const uint32_t deadline = TickAfter(osTickCount(), 2 * ReplyTimeout);
     int32_t best = NotThere;
+    bool isSearchLine = false;
     EmptyCollector(ch);
     if (IsTraced())
         LogFormat(ch, "ImapResponse(*,%c,'%s')\r\n", type, key == nullptr ? "(null)" : key);
@@ -197,11 +207,18 @@ int32_t ImapResponse(Channel& ch, ImapAnswer type, const char* key)
         if (status == 0) // the line that closes a literal
             continue;
         CollectLine(ch);
+        if (ch.LineIsPiece != 0) { // the rest of an overlong line is no line of the answer
+            if (isSearchLine)
+                ParseSearchPiece(ch);
+            continue;
+        }
         char word[WordChars + 1];
         const char* const rest = SplitLine(ch.ReplyBuffer, word);
         if (IsTraced())
             LogFormat(ch, "-- Tag='%s' Type='%c' More='%s'\r\n", word, type, "");
         const bool isUntagged = word[0] == '*';
+        isSearchLine =
+            type == IMAP_SEARCH && isUntagged && FindTextNoCase(rest, "SEARCH") != nullptr;
         if (isUntagged)
             if (const int32_t value = ReadUntagged(ch, type, key, rest); value >= 0)
                 best = value;

@@ -10,13 +10,6 @@
 #include "transport/channel_io.h"
 #include "transport/replies.h"
 
-// Sends CommandBuffer: 0, or what FailState returned.
-static int32_t SendImapCommand(Channel& ch, int32_t status)
-{
-    const int32_t result = SendLine(ch, ch.CommandBuffer);
-    return result < 0 ? FailState(ch, result, status) : 0;
-}
-
 // Reads an answer: true if one has come and is no failure, with its value. Otherwise valueOut is what
 // the state returns.
 static bool ReadAnswerOrLeave(Channel& ch, ImapAnswer type, const char* key, int32_t& valueOut)
@@ -101,7 +94,7 @@ int32_t ImapSelect(Channel& ch, uint32_t)
 {
     ch.ImapUidValidity = -1;
     FormatText(ch.CommandBuffer, CommandCapacity, "%s SELECT %s", ch.ImapTag, ch.MailboxName);
-    if (const int32_t status = SendImapCommand(ch, RYN_ERR_SOCK_READ); status < 0)
+    if (const int32_t status = SendCommandOrFail(ch, RYN_ERR_SOCK_READ); status < 0)
         return status;
     ch.ImapCount = 0;
     Arm(ch, CommandGap, 2 * ReplyTimeout);
@@ -146,7 +139,7 @@ int32_t ImapSendCommand(Channel& ch, uint32_t)
     FormatText(ch.CommandBuffer, CommandCapacity, "%s %s", ch.ImapTag, text);
     if (row->Sender == ST_IMAP_GET_SIZE)
         ch.MessageSize = 0;
-    if (const int32_t status = SendImapCommand(ch, row->SendFailure); status < 0)
+    if (const int32_t status = SendCommandOrFail(ch, row->SendFailure); status < 0)
         return status;
     Arm(ch, CommandGap, ReplyTimeout);
     return Go(ch, row->Reader);
@@ -202,7 +195,7 @@ int32_t ImapStoreFlags(Channel& ch, uint32_t)
     BuildFlagList(list, ListChars, ch.ImapFlags);
     FormatText(ch.CommandBuffer, CommandCapacity, "%s STORE %d %cFLAGS %s", ch.ImapTag,
                ch.MessageNumber, ch.ThisState == ST_IMAP_ADD_FLAGS ? '+' : '-', list);
-    if (const int32_t status = SendImapCommand(ch, RYN_ERR_SOCK_WRITE); status < 0)
+    if (const int32_t status = SendCommandOrFail(ch, RYN_ERR_SOCK_WRITE); status < 0)
         return status;
     Arm(ch, CommandGap, ReplyTimeout);
     return Go(ch, ST_IMAP_STORE_REPLY);
@@ -211,7 +204,7 @@ int32_t ImapStoreFlags(Channel& ch, uint32_t)
 int32_t ImapSearch(Channel& ch, uint32_t)
 {
     FormatText(ch.CommandBuffer, CommandCapacity, "%s SEARCH %s", ch.ImapTag, ch.SearchCriteria);
-    if (const int32_t status = SendImapCommand(ch, RYN_ERR_SOCK_WRITE); status < 0)
+    if (const int32_t status = SendCommandOrFail(ch, RYN_ERR_SOCK_WRITE); status < 0)
         return status;
     Arm(ch, CommandGap, ReplyTimeout);
     return Go(ch, ST_IMAP_SEARCH_REPLY);

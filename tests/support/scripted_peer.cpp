@@ -45,6 +45,7 @@ struct Played {
     uint64_t FloodLeft = 0;
     bool FloodForEver = false;
     std::string FloodText;
+    std::string Tag;      // first word of the client's last line
     uint64_t WaitEnd = 0; // virtual ms spent; 0 = no wait
     bool Over = false;    // closed, dropped, silent or failed: nothing more is looked at
     bool Failed = false, WasCut = false;
@@ -211,10 +212,19 @@ static bool Deliver(Played& p)
     return p.Outbox.empty();
 }
 
-static bool LineMatches(const Step& step, const std::string& line)
+// A step's text with the client's tag filled in.
+static std::string WithTag(const Played& p, const Step& step)
+{
+    std::string text = step.Text;
+    for (size_t at = 0; (at = text.find("{T}", at)) != std::string::npos; at += p.Tag.size())
+        text.replace(at, 3, p.Tag);
+    return text;
+}
+
+static bool LineMatches(const Played& p, const Step& step, const std::string& line)
 {
     if (step.Kind == STEP_LINE)
-        return line == step.Text;
+        return line == WithTag(p, step);
     return std::regex_match(line, std::regex(step.Text));
 }
 
@@ -226,18 +236,19 @@ static bool PlayLine(Played& p, bool skipping)
         const size_t end = p.Input.find("\r\n");
         if (end == std::string::npos) {
             const bool hopeless =
-                step.Kind == STEP_LINE && !skipping && p.Input.size() > step.Text.size() + 1;
+                step.Kind == STEP_LINE && !skipping && p.Input.size() > WithTag(p, step).size() + 1;
             if (hopeless)
                 Fail(p, p.Input);
             return false;
         }
         const std::string line = p.Input.substr(0, end);
-        const bool matches = LineMatches(step, line);
+        const bool matches = LineMatches(p, step, line);
         if (!matches && !skipping) {
             Fail(p, line);
             return false;
         }
         p.Input.erase(0, end + 2);
+        p.Tag = line.substr(0, line.find(' '));
         if (matches) {
             p.Next += skipping ? 2 : 1;
             return true;
@@ -289,7 +300,7 @@ static bool PlaySend(Played& p)
         return false;
     }
     while (p.Next < p.Steps.size() && p.Steps[p.Next].Kind == STEP_SEND)
-        p.Outbox += p.Steps[p.Next++].Text;
+        p.Outbox += WithTag(p, p.Steps[p.Next++]);
     if (p.Next < p.Steps.size() && p.Steps[p.Next].Kind == STEP_FLOOD) {
         const Step& flood = p.Steps[p.Next++];
         p.FloodText = flood.Text;

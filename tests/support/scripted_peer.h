@@ -13,6 +13,9 @@
 //     ! flood TEXT 1000  TEXT, with escapes, that many times; 0: without end
 //     # comment
 //
+// {T} in an S step and in a C: step stands for the first word of the client's line before, which is
+// the tag of IMAP.
+//
 // Neighbouring S steps go out in one piece. What is played otherwise than written is a failure of
 // the test: a step that does not match, bytes sent before the server's turn or behind the end, a
 // script that was not played to its end.

@@ -146,6 +146,7 @@ static bool RunUnderFault(HostTest& test, FaultKind kind, int nth, bool lasting)
     SinkListen(HostPort);
     const std::string text = "@" + test.Path("text"), alt = "@" + test.Path("alt");
     const Mail mail = { .Message = text.c_str(), .Alternative = alt.c_str(), .Html = true };
+    WriteWholeFile(test.Path("log"), "of an earlier run"); // an empty file is not cut
     lasting ? FaultArmFrom(kind, nth) : FaultArm(kind, nth);
     if (rynAttach(1) == 999) {
         HostSet(0, RYN_SMTP_PORT, HostPort);
