@@ -299,13 +299,14 @@ TEST_F(ImapTest, RefusesWrongArguments)
           RYN_ERR_PROXY_NOT_CONFIGURED },
         { [](auto c) { return rynImapSource(c, "no such file"); }, RYN_ERR_NO_SUCH_FILE },
     };
+    WriteWholeFile(Path("mail"), "\r\n");
     for (const auto& row : rows) {
         SCOPED_TRACE(&row - rows);
         EXPECT_EQ(row.Do(0), RYN_ERR_NOT_ATTACHED);
         HostAttach(2);
         EXPECT_EQ(row.Do(2), RYN_ERR_CHANNEL_RANGE);
-        EXPECT_EQ(rynPop3Source(0, nullptr), 1);
-        EXPECT_EQ(rynImapSource(1, nullptr), 1);
+        EXPECT_EQ(rynPop3Source(0, Path("mail").c_str()), 1);
+        EXPECT_EQ(rynImapSource(1, Path("mail").c_str()), 1);
         EXPECT_EQ(row.Do(0), row.Pop3);
         EXPECT_EQ(row.Do(1), row.Imap == 1 ? row.Pop3 : row.Imap);
         rynRelease();
