@@ -262,25 +262,46 @@ static int32_t PrepareMailConnectSSL(Channel& ch, TunnelProtocol protocol, const
     return status < 0 ? status : 0;
 }
 
-int32_t rynPop3ConnectSSL(uint32_t channel, uint32_t localPort, uint32_t securePort,
-                          const char* server, const char* user, const char* password,
-                          const char* proxyHost)
+// What the two mailbox protocols differ in.
+struct MailTunnel {
+    char Protocol;
+    TunnelProtocol Tunnel;
+    const char* Operation;
+    const char* LogEnding;
+};
+static constexpr MailTunnel Pop3Tunnel = { 'P', TUNNEL_POP3, "rynPop3ConnectSSL", ")" };
+static constexpr MailTunnel ImapTunnel = { 'I', TUNNEL_IMAP, "rynImapConnectSSL", "" };
+
+// Everything up to the connect itself: 0 or a status.
+static int32_t BeginMailConnectSSL(uint32_t channel, const MailTunnel& mailbox,
+                                   const SecureServer& to)
 {
     if (const int32_t status = GuardChannel(channel); status < 0)
         return status;
     Channel& ch = *ChannelTable[channel];
+    LogMailConnectSSL(ch, mailbox.Operation, to, mailbox.LogEnding);
+    BeginConnect(ch, mailbox.Protocol);
+    if (const int32_t status = PrepareMailConnectSSL(ch, mailbox.Tunnel, to); status < 0)
+        return status;
+    ch.ServerPort = to.LocalPort;
+    ResetRetrieval(ch);
+    return 0;
+}
+
+int32_t rynPop3ConnectSSL(uint32_t channel, uint32_t localPort, uint32_t securePort,
+                          const char* server, const char* user, const char* password,
+                          const char* proxyHost)
+{
     const SecureServer to = { static_cast<uint16_t>(localPort),
                               static_cast<uint16_t>(securePort),
                               server,
                               user,
                               password,
                               proxyHost };
-    LogMailConnectSSL(ch, "rynPop3ConnectSSL", to, ")");
-    BeginConnect(ch, 'P');
-    if (const int32_t status = PrepareMailConnectSSL(ch, TUNNEL_POP3, to); status < 0)
+    if (const int32_t status = BeginMailConnectSSL(channel, Pop3Tunnel, to); status < 0)
         return status;
-    ch.Pop3Port = ch.ServerPort = to.LocalPort;
-    ResetRetrieval(ch);
+    Channel& ch = *ChannelTable[channel];
+    ch.Pop3Port = to.LocalPort;
     return StartConnecting(ch, ST_POP3_START, ConnectingNote);
 }
 
@@ -289,21 +310,16 @@ int32_t rynImapConnectSSL(uint32_t channel, uint32_t localPort, uint32_t secureP
                           const char* server, const char* user, const char* password,
                           const char* proxyHost)
 {
-    if (const int32_t status = GuardChannel(channel); status < 0)
-        return status;
-    Channel& ch = *ChannelTable[channel];
     const SecureServer to = { static_cast<uint16_t>(localPort),
                               static_cast<uint16_t>(securePort),
                               server,
                               user,
                               password,
                               proxyHost };
-    LogMailConnectSSL(ch, "rynImapConnectSSL", to, "");
-    BeginConnect(ch, 'I');
-    if (const int32_t status = PrepareMailConnectSSL(ch, TUNNEL_IMAP, to); status < 0)
+    if (const int32_t status = BeginMailConnectSSL(channel, ImapTunnel, to); status < 0)
         return status;
-    ch.ImapPort = ch.ServerPort = to.LocalPort;
-    ResetRetrieval(ch);
+    Channel& ch = *ChannelTable[channel];
+    ch.ImapPort = to.LocalPort;
     return RunConnect(ch, ST_IMAP_START, to.SecurePort == 0 ? "" : "Connecting...\n");
 }
 

@@ -48,7 +48,7 @@ FetchSettings ApplySettings(const FuzzSettings& settings)
     Set(RYN_ATTACH_DELIMITER, ListDelimiter);
     Set(RYN_REPLY_TIMEOUT, FetchWait);
     Set(RYN_CONNECT_TIMEOUT, FetchWait);
-    rynStringParam(0, RYN_LOG_FILE, result.HasLog ? (Folders().Work + "/log").c_str() : "");
+    rynStringParam(0, RYN_LOG_FILE, result.HasLog ? (Folders().Store + "/log").c_str() : "");
     return result;
 }
 
@@ -166,14 +166,14 @@ static int32_t FetchTo(const std::string& attachFolder, bool isManual)
 Fetched FetchStored(const std::string& message, const FetchSettings& settings,
                     const std::string& attachFolder)
 {
-    const std::string path = Folders().Work + "/stored";
+    const std::string path = Folders().Store + "/stored";
     WriteFile(path, message);
     const auto attach = settings.Protocol == 'P' ? rynPop3Source : rynImapSource;
     Require(attach(0, path.c_str()) == 1, "a stored message is taken");
     const int32_t status = FetchTo(attachFolder, settings.IsManual);
     Require(status == 0, "fetching a stored message does not fail");
     Fetched fetched = Collect(status, message.size(), attachFolder);
-    if (attachFolder == Folders().Work)
+    if (attachFolder == Folders().Store)
         Require(ReadFile(path) == message, "the stored message is as it was");
     Require(rynClose(0) >= 0, "close");
     return fetched;
@@ -259,7 +259,7 @@ static void CheckHonestFiles()
 void CheckHonestFetch()
 {
     ApplySettings({});
-    const std::string path = Folders().Work + "/honest";
+    const std::string path = Folders().Store + "/honest";
     WriteFile(path, HonestMessage);
     Require(rynPop3Source(0, path.c_str()) == 1, "an honest message is taken");
     Require(FetchTo(Folders().Attach, false) == 0, "an honest fetch works again");

@@ -66,9 +66,9 @@ static WorldFolders MakeFolders()
     RootFolder = root;
     atexit(RemoveTree);
     const std::string base = root + "/a/b";
-    for (const char* name : { "/mail", "/attach", "/work" })
+    for (const char* name : { "/mail", "/attach", "/store" })
         std::filesystem::create_directories(base + name, error);
-    return { root, base + "/mail", base + "/attach", base + "/work" };
+    return { root, base + "/mail", base + "/attach", base + "/store" };
 }
 
 const WorldFolders& Folders()
@@ -242,6 +242,6 @@ void WorldEnd()
     Require(BytesAllocated.load() - BytesBefore < MostMemory, "memory is bounded");
     Require(FreeDescriptor() == LowestDescriptor, "no descriptor is left");
     Require(TreeStamp() == StampBefore, "no file outside the folders");
-    for (const std::string* folder : { &Folders().Mail, &Folders().Attach, &Folders().Work })
+    for (const std::string* folder : { &Folders().Mail, &Folders().Attach, &Folders().Store })
         CheckAndEmpty(*folder);
 }

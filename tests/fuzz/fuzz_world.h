@@ -14,7 +14,7 @@ struct WorldFolders {
     std::string Root;   // holds the three below two levels down, and nothing else
     std::string Mail;   // where message files go
     std::string Attach; // where attachments go
-    std::string Work;   // the stored message, the log
+    std::string Store;  // the stored message, the log
 };
 
 // The tree lives as long as the process.

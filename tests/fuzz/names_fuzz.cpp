@@ -14,7 +14,7 @@ constexpr char Tail[] = "\r\n\r\nQUJD\r\n--x1--\r\n";
 static const std::string& FolderFor(uint8_t choice)
 {
     const WorldFolders& folders = Folders();
-    const std::string* const all[] = { &folders.Attach, &folders.Mail, &folders.Work };
+    const std::string* const all[] = { &folders.Attach, &folders.Mail, &folders.Store };
     return *all[choice % 3];
 }
 

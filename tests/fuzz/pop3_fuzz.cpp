@@ -21,6 +21,7 @@ struct Host {
     bool IsManual;
     bool IsHasty;                         // leaves the next operation in the middle
     int FaultNumber;                      // which call of a kind is to fail
+    bool FaultsLast;                      // and all later ones of the kind, too
     std::list<std::vector<char>> Buffers; // live until the end, as an operation may be left
 };
 
@@ -106,6 +107,12 @@ static int32_t Hurry(Host& host)
     return 0;
 }
 
+static int32_t LetFaultsLast(Host& host)
+{
+    host.FaultsLast = true;
+    return 0;
+}
+
 static int32_t LookAround(Host&)
 {
     char text[128];
@@ -119,9 +126,10 @@ static constexpr struct {
     char Letter;
     int32_t (*Run)(Host& host);
 } Operations[] = {
-    { 'n', Connect },   { 'c', Count },     { 's', Size },  { 'u', OneUid },     { 'U', AllUids },
-    { 'l', SomeLines }, { 'L', KeptLines }, { 'f', File },  { 'd', Delete },     { 'r', Command },
-    { 'q', Close },     { 'a', Abort },     { 'h', Hurry }, { 'e', LookAround },
+    { 'n', Connect }, { 'c', Count },      { 's', Size },          { 'u', OneUid },
+    { 'U', AllUids }, { 'l', SomeLines },  { 'L', KeptLines },     { 'f', File },
+    { 'd', Delete },  { 'r', Command },    { 'q', Close },         { 'a', Abort },
+    { 'h', Hurry },   { 'e', LookAround }, { 'F', LetFaultsLast },
 };
 
 // Which calls of the system's a letter lets fail; a digit in front of it tells the how many-th.
@@ -178,7 +186,7 @@ static void RunLetter(Host& host, char letter, uint64_t allowedMs)
         host.FaultNumber = letter - '0';
     for (const auto& row : Faults) {
         if (row.Letter == letter)
-            FaultArm(row.Kind, host.FaultNumber);
+            (host.FaultsLast ? FaultArmFrom : FaultArm)(row.Kind, host.FaultNumber);
     }
     for (const auto& row : Operations) {
         if (row.Letter == letter)
@@ -207,7 +215,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     if (bytes.Bytes[2] & 128)
         VirtualSetWindows(16, 16);
     PeerPlay(script, piece);
-    Host host = { ApplySettings(bytes).IsManual, false, 1, {} };
+    Host host = { ApplySettings(bytes).IsManual, false, 1, false, {} };
     // Ten waits, and the time that the server takes for its bytes.
     const uint64_t slowness = piece == 0 ? 10 : 2 * LookDelay;
     RunSession(host, letters, 10 * FetchWait + PeerWaits(script) + script.size() * slowness);
