@@ -209,11 +209,12 @@ void PeerPlay(const std::string& script, size_t piece)
     Start(script, piece);
 }
 
-uint32_t PeerWaits(const std::string& script)
+uint32_t PeerWaits(const std::string& script, uint32_t pieceMs)
 {
     uint32_t ms = 0;
-    for (size_t at = script.find(MARK_WAIT); at < script.size();
-         at = script.find(MARK_WAIT, at + 1))
-        ms += WaitUnit * 255;
+    for (const char c : script) {
+        ms += c == MARK_WAIT ? WaitUnit * 255 : 0;
+        ms += c == MARK_PIECE ? pieceMs : 0;
+    }
     return ms;
 }

@@ -27,5 +27,5 @@ void PeerServe(const std::string& message, size_t piece, bool closes);
 // From now on the server plays a script; at its end it closes.
 void PeerPlay(const std::string& script, size_t piece);
 
-// Virtual ms that a script waits in all.
-uint32_t PeerWaits(const std::string& script);
+// Virtual ms that a script takes at most for its waits, and for its pieces at so many ms each.
+uint32_t PeerWaits(const std::string& script, uint32_t pieceMs);

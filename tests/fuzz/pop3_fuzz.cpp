@@ -218,7 +218,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     Host host = { ApplySettings(bytes).IsManual, false, 1, false, {} };
     // Ten waits, and the time that the server takes for its bytes.
     const uint64_t slowness = piece == 0 ? 10 : 2 * LookDelay;
-    RunSession(host, letters, 10 * FetchWait + PeerWaits(script) + script.size() * slowness);
+    RunSession(host, letters,
+               10 * FetchWait + PeerWaits(script, 2 * LookDelay) + script.size() * slowness);
     for (const auto& [name, content] : FilesIn(Folders().Mail))
         Require(name == MessageName || name == RawPrefixChar + std::string(MessageName),
                 "its name");
