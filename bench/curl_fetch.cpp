@@ -1,8 +1,6 @@
 // The fetch by libcurl; see curl_fetch.h.
 #include "bench/curl_fetch.h"
 
-#include <string>
-
 void CurlPrepare()
 {
     curl_global_init(CURL_GLOBAL_DEFAULT);
@@ -30,12 +28,21 @@ void CurlClose(CURL* curl)
     curl_easy_cleanup(curl);
 }
 
-bool CurlFetch(CURL* curl, uint16_t port, size_t number, GByteArray* target)
+std::string Pop3Address(uint16_t port, size_t number)
+{
+    return "pop3://127.0.0.1:" + std::to_string(port) + "/" + std::to_string(number);
+}
+
+std::string ImapAddress(uint16_t port, size_t number)
+{
+    return "imap://127.0.0.1:" + std::to_string(port) +
+           "/INBOX/;MAILINDEX=" + std::to_string(number);
+}
+
+bool CurlFetch(CURL* curl, const std::string& address, GByteArray* target)
 {
     g_byte_array_set_size(target, 0);
-    const std::string url =
-        "pop3://127.0.0.1:" + std::to_string(port) + "/" + std::to_string(number);
-    curl_easy_setopt(curl, CURLOPT_URL, url.c_str());
+    curl_easy_setopt(curl, CURLOPT_URL, address.c_str());
     curl_easy_setopt(curl, CURLOPT_WRITEDATA, target);
     return curl_easy_perform(curl) == CURLE_OK;
 }

@@ -1,14 +1,14 @@
 // What fetching and decoding cost beside other libraries: an attachment of 64 MiB and 500 small
-// messages, each decoded from files by the library and by GMime, and fetched by POP3 by the library
-// and by libcurl with GMime behind it. Every run must have the right result.
+// messages, each decoded from files by the library and by GMime, and fetched by POP3 and by
+// IMAP by the library and by libcurl with GMime behind it. Every run must have the right result.
 //
 //     fetch_bench                   all measures
 //     fetch_bench NAME [ROUNDS]     one of them, in this process, for strace and perf
 #include "bench/curl_fetch.h"
 #include "bench/gmime_decode.h"
+#include "bench/mail_peer.h"
 #include "bench/measure.h"
 #include "bench/messages.h"
-#include "bench/pop3_peer.h"
 #include "bench/ryn_fetch.h"
 #include "codec/base64.h"
 #include "codec/quoted.h"
@@ -32,17 +32,30 @@ struct Task {
 };
 
 static std::string OutFolder;
-static Pop3Peer Peer;
+static MailPeer Pop3Peer;
+static MailPeer ImapPeer;
+
+static void StopPeers()
+{
+    StopMailPeer(Pop3Peer);
+    StopMailPeer(ImapPeer);
+}
 
 static bool DecodeByRyn(const void* data)
 {
     return RynDecode(static_cast<const Task*>(data)->Messages, OutFolder);
 }
 
-static bool FetchByRyn(const void* data)
+static bool Pop3ByRyn(const void* data)
 {
     const Task& task = *static_cast<const Task*>(data);
-    return RynFetch(task.Messages, Peer.Port, task.FirstNumber, OutFolder);
+    return RynFetchByPop3(task.Messages, Pop3Peer.Port, task.FirstNumber, OutFolder);
+}
+
+static bool ImapByRyn(const void* data)
+{
+    const Task& task = *static_cast<const Task*>(data);
+    return RynFetchByImap(task.Messages, ImapPeer.Port, task.FirstNumber, OutFolder);
 }
 
 static bool DecodeByGmime(const void* data)
@@ -53,19 +66,28 @@ static bool DecodeByGmime(const void* data)
     return isRight;
 }
 
-static bool FetchByCurl(const void* data)
+static bool FetchByCurl(const Task& task, std::string (*address)(uint16_t, size_t), uint16_t port)
 {
-    const Task& task = *static_cast<const Task*>(data);
     GByteArray* bytes = g_byte_array_new();
     CURL* curl = CurlOpen();
     size_t number = static_cast<size_t>(task.FirstNumber);
     bool isRight = true;
     for (const BenchMessage& message : task.Messages)
-        isRight = isRight && CurlFetch(curl, Peer.Port, number++, bytes) &&
+        isRight = isRight && CurlFetch(curl, address(port, number++), bytes) &&
                   GmimeDecodeBytes(bytes, OutFolder, message.Name);
     CurlClose(curl);
     g_byte_array_free(bytes, TRUE);
     return isRight;
+}
+
+static bool Pop3ByCurl(const void* data)
+{
+    return FetchByCurl(*static_cast<const Task*>(data), Pop3Address, Pop3Peer.Port);
+}
+
+static bool ImapByCurl(const void* data)
+{
+    return FetchByCurl(*static_cast<const Task*>(data), ImapAddress, ImapPeer.Port);
 }
 
 static void PrepareOthers()
@@ -88,11 +110,14 @@ struct Contest {
 
 static const Contest Contests[] = {
     { "decode_large", Large, DecodeByRyn, DecodeByGmime },
-    { "fetch_large", Large, FetchByRyn, FetchByCurl },
+    { "fetch_large", Large, Pop3ByRyn, Pop3ByCurl },
+    { "imap_large", Large, ImapByRyn, ImapByCurl },
     { "decode_small", Small, DecodeByRyn, DecodeByGmime },
-    { "fetch_small", Small, FetchByRyn, FetchByCurl },
+    { "fetch_small", Small, Pop3ByRyn, Pop3ByCurl },
+    { "imap_small", Small, ImapByRyn, ImapByCurl },
     { "decode_text_line", Text, DecodeByRyn, DecodeByGmime },
-    { "fetch_text_line", Text, FetchByRyn, FetchByCurl },
+    { "fetch_text_line", Text, Pop3ByRyn, Pop3ByCurl },
+    { "imap_text_line", Text, ImapByRyn, ImapByCurl },
     { "decode_header_line", Head, DecodeByRyn, DecodeByGmime },
 };
 
@@ -132,7 +157,7 @@ static void RequireResult(const Task& task, bool isRight, const char* name, cons
         return;
     fflush(stdout);
     fprintf(stderr, "%s by %s: wrong result in %s\n", name, who, OutFolder.c_str());
-    StopPop3Peer(Peer);
+    StopPeers();
     _exit(1);
 }
 
@@ -293,12 +318,13 @@ int main(int argc, char** argv)
     const std::string folder = MakeFolder();
     OutFolder = folder + "/out";
     MakeTasks(folder);
-    Peer = StartPop3Peer(ServedFiles());
-    if (Peer.Port == 0)
+    Pop3Peer = StartMailPeer(PEER_POP3, ServedFiles());
+    ImapPeer = StartMailPeer(PEER_IMAP, ServedFiles());
+    if (Pop3Peer.Port == 0 || ImapPeer.Port == 0)
         return 1;
     const int rounds = argc > 2 ? atoi(argv[2]) : 1;
     const int result = argc > 1 ? RunByName(argv[1], rounds) : RunAll(7);
-    StopPop3Peer(Peer);
+    StopPeers();
     std::error_code error;
     std::filesystem::remove_all(folder, error);
     return result;
