@@ -1,17 +1,18 @@
 // rynmail fetch: messages of a mailbox, each into a folder of its own.
 #include "commands.h"
+#include "imap_mailbox.h"
 #include "mailbox.h"
 #include "message_folder.h"
+#include "message_numbers.h"
 #include "received.h"
 #include "ryn32.h"
 #include "session.h"
 #include "stored_message.h"
 #include "terminal_text.h"
 
-#include <climits>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -30,43 +31,6 @@ static ExitCode Refused(const Session& session, const char* what, int32_t messag
 {
     fprintf(stderr, "rynmail: %s message %d: %s\n", what, message, session.Refusal.c_str());
     return EXIT_REFUSED;
-}
-
-// --- which ---
-
-static bool IsAll(const Options& options)
-{
-    return options.Messages.size() == 1 && strcmp(options.Messages[0], "all") == 0;
-}
-
-static bool TakeNumbers(const Options& options, std::vector<int32_t>& numbersOut)
-{
-    for (const char* typed : options.Messages) {
-        char* end;
-        const unsigned long number = strtoul(typed, &end, 10);
-        if (*typed < '0' || *typed > '9' || *end || number < 1 || number > INT_MAX)
-            return false;
-        numbersOut.push_back(static_cast<int32_t>(number));
-    }
-    return true;
-}
-
-// The messages of the command line that the mailbox has.
-static ExitCode ChooseMessages(Fetch& fetch, const Options& options)
-{
-    int32_t count = 0;
-    if (const ExitCode outcome = AskCount(fetch.Conversation, count); outcome != EXIT_DONE)
-        return outcome;
-    if (IsAll(options))
-        for (int32_t message = 1; message <= count; ++message)
-            fetch.Messages.push_back(message);
-    for (const int32_t message : fetch.Messages) {
-        if (message <= count)
-            continue;
-        fprintf(stderr, "rynmail: there is no message %d: the mailbox holds %d\n", message, count);
-        return EXIT_REFUSED;
-    }
-    return EXIT_DONE;
 }
 
 // --- one message ---
@@ -100,7 +64,8 @@ static ExitCode ProveEnd(Session& session, int32_t message, uint32_t size)
 
 // Compares what is on the disk with what the server had announced: a full disk cuts files short
 // without a word.
-static bool HasSize(int32_t message, const MessageTraits& traits, uint32_t size)
+static bool HasSize(const Session& session, int32_t message, const MessageTraits& traits,
+                    uint32_t size)
 {
     constexpr uint64_t lineEnd = 2; // that a server puts behind a last line without one
     if (traits.Bytes == size || traits.Bytes == size + lineEnd)
@@ -111,20 +76,42 @@ static bool HasSize(int32_t message, const MessageTraits& traits, uint32_t size)
             "rynmail: message %d has %llu bytes here and %u on the server: a file may be cut "
             "short\n",
             message, static_cast<unsigned long long>(traits.Bytes), size);
+    if (session.IsImap && traits.Bytes < size)
+        fputs("rynmail: by IMAP lines that hold a ')' alone get lost: --pop3 fetches them\n",
+              stderr);
     return false;
 }
 
-// Takes the raw copy that the library has made: the message as it is, if that is wanted.
-static ExitCode KeepRaw(const std::string& folder, bool isWanted, MessageTraits& traits)
+// By IMAP the bracket behind a message stands in its last line, if that has no line end. The size
+// tells it from one of the message's own.
+static void CutBracket(const std::string& target, int32_t message, uint32_t size,
+                       MessageTraits& traits)
 {
+    constexpr char bracketLine[] = { ')', '\r', '\n' };
+    std::error_code error;
+    if (traits.Bytes != size + uint64_t{ sizeof bracketLine } ||
+        memcmp(traits.Tail, bracketLine, sizeof bracketLine) != 0)
+        return;
+    traits.Bytes = size;
+    std::filesystem::resize_file(target, size, error); // which may not be wanted
+    fprintf(stderr,
+            "rynmail: message %d has no line end: a ')' at the end of %s is not part of it\n",
+            message, TextFileName);
+}
+
+// Takes the raw copy that the library has made: the message as it is, if that is wanted.
+static ExitCode KeepRaw(const Session& session, const std::string& folder, bool isWanted,
+                        MessageTraits& traits)
+{
+    const DotRule dots = session.IsImap ? DOTS_STAY : DOTS_LOSE_ONE;
     const std::string raw = PathIn(folder, RawPrefix + std::string(TextFileName));
     const std::string target = PathIn(folder, RawFileName);
-    if (!TakeRawCopy(raw, isWanted ? target : "", traits))
+    if (!TakeRawCopy(raw, dots, isWanted ? target : "", traits))
         return EXIT_LOCAL_FILE;
-    if (traits.HasOkLine && !isWanted) {
+    if (traits.HasOkLine && !isWanted && !session.IsImap) {
         fprintf(stderr, "rynmail: %s lacks lines that begin with +OK: see %s beside it\n",
                 TextFileName, RawFileName);
-        if (!TakeRawCopy(raw, target, traits))
+        if (!TakeRawCopy(raw, dots, target, traits))
             return EXIT_LOCAL_FILE;
     }
     if (remove(raw.c_str()) == 0)
@@ -143,13 +130,16 @@ static ExitCode FetchInto(Fetch& fetch, const Options& options, int32_t message,
         return outcome;
     if (const ExitCode outcome = ProveEnd(session, message, size); outcome != EXIT_DONE)
         return outcome;
-    if (const ExitCode outcome = KeepRaw(folder, options.KeepRaw, traits); outcome != EXIT_DONE)
+    if (const ExitCode outcome = KeepRaw(session, folder, options.KeepRaw, traits);
+        outcome != EXIT_DONE)
         return outcome;
+    if (session.IsImap)
+        CutBracket(PathIn(folder, RawFileName), message, size, traits);
     if (!HasRoomFor(folder, SpareRoom)) {
         fputs("rynmail: the disk is full\n", stderr);
         return EXIT_LOCAL_FILE;
     }
-    const bool isWhole = HasSize(message, traits, size);
+    const bool isWhole = HasSize(session, message, traits, size);
     const std::vector<ReceivedFile> attachments = TakeAttachments(folder);
     if (!CommitFolder(fetch.Into, folder))
         return EXIT_LOCAL_FILE;
@@ -203,10 +193,12 @@ static ExitCode FetchInSession(Fetch& fetch, const Options& options)
 {
     if (const ExitCode outcome = PrepareInto(options.Into, fetch.Into); outcome != EXIT_DONE)
         return outcome;
-    if (const ExitCode outcome = Connect(fetch.Conversation, options, nullptr);
+    int32_t count = 0;
+    if (const ExitCode outcome = OpenMailbox(fetch.Conversation, options, false, count);
         outcome != EXIT_DONE)
         return outcome;
-    if (const ExitCode outcome = ChooseMessages(fetch, options); outcome != EXIT_DONE)
+    if (const ExitCode outcome = ChooseMessages(options, count, fetch.Messages);
+        outcome != EXIT_DONE)
         return outcome;
     SetReceiveParams();
     ExitCode worst = EXIT_DONE;
@@ -220,16 +212,19 @@ static ExitCode FetchInSession(Fetch& fetch, const Options& options)
     return worst;
 }
 
-// Deleted is what is marked only when the server answers the farewell. That answer is told from an
-// older one by a refusal in between: a marked message is no longer there.
+// By POP3 deleted is what is marked only when the server answers the farewell. That answer is told
+// from an older one by a refusal in between: a marked message is no longer there.
 static ExitCode ConfirmDeletion(Fetch& fetch)
 {
     uint32_t size = 0;
     bool isThere = true;
     Session& session = fetch.Conversation;
-    if (!session.IsBroken)
+    if (!session.IsBroken && session.IsImap)
+        RemoveMarked(session, isThere);
+    else if (!session.IsBroken)
         AskSize(session, fetch.LastMarked, size, isThere);
-    if (EndSession(session, !session.IsBroken) && !isThere) {
+    const bool isAccepted = EndSession(session, !session.IsBroken);
+    if (!isThere && (isAccepted || session.IsImap)) {
         printf("deleted %zu\n", fetch.Marked);
         return EXIT_DONE;
     }
@@ -240,10 +235,12 @@ static ExitCode ConfirmDeletion(Fetch& fetch)
 ExitCode RunFetch(const Options& options)
 {
     Fetch fetch = {};
-    if (!options.Pop3 || !options.User || options.Messages.empty() || !options.Into)
-        return WrongUse("fetch wants --pop3, --user, --message and --into");
-    if (!IsAll(options) && !TakeNumbers(options, fetch.Messages))
-        return WrongUse("--message takes numbers from 1 on, or all");
+    if (!options.User || options.Messages.empty() || !options.Into)
+        return WrongUse("fetch wants --pop3 or --imap, --user, --message and --into");
+    if (const char* misuse = FindMailboxMisuse(options))
+        return WrongUse(misuse);
+    if (!AreNumbers(options))
+        return WrongUse(NumbersWanted);
     if (!StartSession(fetch.Conversation))
         return EXIT_OTHER;
     const ExitCode outcome = FetchInSession(fetch, options);

@@ -41,9 +41,7 @@ static ExitCode ListInSession(Session& session, const Options& options)
 {
     int32_t count = 0;
     std::string idLines;
-    if (const ExitCode outcome = Connect(session, options, nullptr); outcome != EXIT_DONE)
-        return outcome;
-    if (const ExitCode outcome = AskCount(session, count); outcome != EXIT_DONE)
+    if (const ExitCode outcome = OpenMailbox(session, options, true, count); outcome != EXIT_DONE)
         return outcome;
     if (count > 0)
         if (const ExitCode outcome = AskIds(session, count, idLines); outcome != EXIT_DONE)
@@ -56,8 +54,10 @@ static ExitCode ListInSession(Session& session, const Options& options)
 
 ExitCode RunList(const Options& options)
 {
-    if (!options.Pop3 || !options.User)
-        return WrongUse("list wants --pop3 and --user");
+    if (!options.User)
+        return WrongUse("list wants --pop3 or --imap, and --user");
+    if (const char* misuse = FindMailboxMisuse(options))
+        return WrongUse(misuse);
     Session session;
     if (!StartSession(session))
         return EXIT_OTHER;

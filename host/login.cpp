@@ -1,6 +1,7 @@
 // Methods, user and secret of a login.
 #include "login.h"
 
+#include "imap_mailbox.h"
 #include "ryn32.h"
 #include "session.h"
 #include "system.h"
@@ -14,7 +15,7 @@
 constexpr char SecretVariable[] = "RYNMAIL_PASSWORD";
 constexpr size_t UserLimit = 64;     // chars that RYN_AUTH_USER keeps
 constexpr size_t SecretLimit = 2048; // chars that RYN_AUTH_PASSWORD takes
-constexpr size_t MailboxLimit = 64;  // chars that a POP3 login takes of user and password
+constexpr size_t MailboxLimit = 64;  // chars that a mailbox's login takes of user and password
 
 enum AuthMethod : uint32_t { AUTH_NONE = 0, AUTH_XOAUTH2 = 8, AUTH_ALL_PASSWORDS = 7 };
 
@@ -86,15 +87,25 @@ static bool WouldShowInLog(const Login& login)
     return 2 * login.User.size() + login.Secret.size() + 2 > plainLine;
 }
 
-// User and password of a mailbox go out as they are, each in a line of its own; the library would
-// cut a longer one, and a line end would begin another command.
+// User and password of a mailbox go out as they are; the library would cut a longer one, and a line
+// end would begin another command.
 static ExitCode CheckMailboxLogin(const Login& login)
 {
-    if (login.Secret.size() > MailboxLimit)
-        return WrongUse("a password for a mailbox may have 64 chars at most");
+    if (login.User.size() > MailboxLimit || login.Secret.size() > MailboxLimit)
+        return WrongUse("user and password for a mailbox may have 64 chars at most, for IMAP with "
+                        "the quotes that some chars need");
     if (HasControlChar(login.User) || HasControlChar(login.Secret))
         return WrongUse("user or password hold a control char");
     return EXIT_DONE;
+}
+
+// In the one line of an IMAP login a blank or a bracket would part other words.
+static void QuoteForImap(Login& login)
+{
+    std::string quoted = ImapWord(login.Secret);
+    ForgetSecret(login);
+    login.Secret.swap(quoted);
+    login.User = ImapWord(login.User);
 }
 
 ExitCode PrepareLogin(const Options& options, Login& loginOut)
@@ -106,12 +117,14 @@ ExitCode PrepareLogin(const Options& options, Login& loginOut)
     loginOut.User = options.User;
     if (loginOut.User.empty() || loginOut.User.size() > UserLimit)
         return WrongUse("--user takes 1 to 64 chars");
-    if (!options.Pop3)
+    if (!options.Pop3 && !options.Imap)
         if (const ExitCode outcome = TakeMethods(options, loginOut); outcome != EXIT_DONE)
             return outcome;
     if (const ExitCode outcome = FindSecret(loginOut); outcome != EXIT_DONE)
         return outcome;
-    if (options.Pop3)
+    if (options.Imap)
+        QuoteForImap(loginOut);
+    if (options.Pop3 || options.Imap)
         return CheckMailboxLogin(loginOut);
     if (loginOut.Methods == AUTH_XOAUTH2)
         JoinUserAndToken(loginOut);

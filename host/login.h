@@ -10,7 +10,7 @@
 struct Login {
     bool IsWanted;
     std::string User;
-    std::string Secret; // a password, or what XOAUTH2 has in its place
+    std::string Secret; // a password, or what XOAUTH2 has in its place; for IMAP both as its words
     uint32_t Methods;   // of RYN_AUTH_METHODS; 0: none, for the protocol has a login of its own
 };
 

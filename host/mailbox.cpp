@@ -2,9 +2,11 @@
 // the last reply has the verdict.
 #include "mailbox.h"
 
+#include "imap_mailbox.h"
 #include "ryn32.h"
 
-constexpr int32_t Accepted = 100;    // RYN_STAT_REPLY_CODE of a POP3 server's yes
+#include <cstdlib>
+
 constexpr int32_t HeadLimit = 65536; // bytes of a header that are looked at
 
 // Runs what an operation has begun.
@@ -15,13 +17,22 @@ static ExitCode Finish(Session& session, int32_t status)
     return status >= 0 ? EXIT_DONE : ReportFailure(session, status);
 }
 
-static bool IsAccepted()
+const char* FindMailboxMisuse(const Options& options)
 {
-    return rynStatistics(Channel, RYN_STAT_REPLY_CODE) == Accepted;
+    if (!options.Pop3 == !options.Imap)
+        return "a mailbox wants --pop3 or --imap, and not both";
+    if (options.Imap)
+        return options.UseApop ? "--apop is for --pop3 only" : nullptr;
+    return options.Mailbox ? "--mailbox wants --imap: by POP3 there is one mailbox" : nullptr;
 }
 
-ExitCode AskCount(Session& session, int32_t& countOut)
+ExitCode OpenMailbox(Session& session, const Options& options, bool isOnlyLookedAt,
+                     int32_t& countOut)
 {
+    if (options.Imap)
+        return OpenImapMailbox(session, options, isOnlyLookedAt, countOut);
+    if (const ExitCode outcome = Connect(session, options, nullptr); outcome != EXIT_DONE)
+        return outcome;
     BeginStep(session, "asking how many messages there are");
     const ExitCode outcome = Finish(session, rynGetEmailCount(Channel));
     countOut = rynStatistics(Channel, RYN_STAT_EMAIL_COUNT);
@@ -33,7 +44,7 @@ ExitCode AskSize(Session& session, int32_t message, uint32_t& sizeOut, bool& isT
     BeginStep(session, "asking for the size of message " + std::to_string(message));
     const ExitCode outcome = Finish(session, rynGetEmailSize(Channel, message));
     sizeOut = static_cast<uint32_t>(rynStatistics(Channel, RYN_STAT_MESSAGE_SIZE));
-    isThereOut = IsAccepted();
+    isThereOut = IsAccepted(session);
     return outcome;
 }
 
@@ -49,8 +60,28 @@ ExitCode AskHead(Session& session, int32_t message, std::string& headOut)
     return outcome;
 }
 
+// Uids go on from where another mailbox of the name began anew; the validity tells that one apart.
+static ExitCode AskImapIds(Session& session, int32_t count, std::string& linesOut)
+{
+    constexpr int32_t size = 128;
+    char uid[size];
+    linesOut = "\n";
+    for (int32_t message = 1; message <= count; ++message) {
+        BeginStep(session, "asking for the id of message " + std::to_string(message));
+        const int32_t begun = rynGetEmailUID(Channel, message, uid, size);
+        if (const ExitCode outcome = Finish(session, begun); outcome != EXIT_DONE)
+            return outcome;
+        const int32_t validity = rynStatistics(Channel, RYN_STAT_UID_VALIDITY);
+        if (strtol(uid, nullptr, 10) > 0)
+            linesOut += std::to_string(message) + " " + std::to_string(validity) + "-" + uid;
+    }
+    return EXIT_DONE;
+}
+
 ExitCode AskIds(Session& session, int32_t count, std::string& linesOut)
 {
+    if (session.IsImap)
+        return AskImapIds(session, count, linesOut);
     constexpr int32_t lineBytes = 10 + 1 + 70 + 2; // RFC 1939, 7.: an id has 70 chars at most
     const int32_t size = 512 + 2 + lineBytes * count;
     linesOut.assign(static_cast<size_t>(size), '\0');
@@ -74,6 +105,6 @@ ExitCode MarkDeleted(Session& session, int32_t message, bool& isMarkedOut)
 {
     BeginStep(session, "deleting message " + std::to_string(message));
     const ExitCode outcome = Finish(session, rynDeleteEmail(Channel, message));
-    isMarkedOut = IsAccepted();
+    isMarkedOut = IsAccepted(session);
     return outcome;
 }

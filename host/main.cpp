@@ -27,7 +27,8 @@ struct CommandRow {
 constexpr CommandRow CommandTable[] = {
     { "send", COMMAND_SEND, RunSend },       { "verify", COMMAND_VERIFY, RunVerify },
     { "list", COMMAND_LIST, RunList },       { "fetch", COMMAND_FETCH, RunFetch },
-    { "decode", COMMAND_DECODE, RunDecode },
+    { "decode", COMMAND_DECODE, RunDecode }, { "search", COMMAND_SEARCH, RunSearch },
+    { "flags", COMMAND_FLAGS, RunFlags },    { "mailboxes", COMMAND_MAILBOXES, RunMailboxes },
 };
 
 static bool AsksForHelp(const char* word)

@@ -16,8 +16,10 @@ struct OptionRow {
 
 constexpr int Sending = COMMAND_SEND | COMMAND_VERIFY;
 constexpr int Mailbox = COMMAND_LIST | COMMAND_FETCH;
-constexpr int AnySession = Sending | Mailbox;
-constexpr int TakesWords = COMMAND_VERIFY | COMMAND_DECODE;
+constexpr int AnyMailbox = Mailbox | COMMAND_SEARCH | COMMAND_FLAGS | COMMAND_MAILBOXES;
+constexpr int AnySession = Sending | AnyMailbox;
+constexpr int TakesNumbers = COMMAND_FETCH | COMMAND_FLAGS | COMMAND_MAILBOXES;
+constexpr int TakesWords = COMMAND_VERIFY | COMMAND_DECODE | COMMAND_SEARCH;
 
 constexpr OptionRow OptionTable[] = {
     { "--from", Sending, &Options::From, nullptr, nullptr },
@@ -34,12 +36,20 @@ constexpr OptionRow OptionTable[] = {
     { "--inline", COMMAND_SEND, nullptr, &Options::Inline, nullptr },
     { "--forward", COMMAND_SEND, &Options::Forward, nullptr, nullptr },
     { "--skip-refused", COMMAND_SEND, nullptr, nullptr, &Options::SkipRefused },
-    { "--message", COMMAND_FETCH, nullptr, &Options::Messages, nullptr },
+    { "--message", TakesNumbers, nullptr, &Options::Messages, nullptr },
     { "--into", COMMAND_FETCH | COMMAND_DECODE, &Options::Into, nullptr, nullptr },
     { "--keep-raw", COMMAND_FETCH, nullptr, nullptr, &Options::KeepRaw },
     { "--delete", COMMAND_FETCH, nullptr, nullptr, &Options::Delete },
+    { "--mailbox", AnyMailbox, &Options::Mailbox, nullptr, nullptr },
+    { "--add", COMMAND_FLAGS, nullptr, &Options::Add, nullptr },
+    { "--remove", COMMAND_FLAGS, nullptr, &Options::Remove, nullptr },
+    { "--create", COMMAND_MAILBOXES, nullptr, &Options::Create, nullptr },
+    { "--rename", COMMAND_MAILBOXES, nullptr, &Options::Rename, nullptr },
+    { "--delete", COMMAND_MAILBOXES, nullptr, &Options::DeleteBoxes, nullptr },
+    { "--copy-to", COMMAND_MAILBOXES, &Options::CopyTo, nullptr, nullptr },
     { "--server", Sending, &Options::Server, nullptr, nullptr },
     { "--pop3", Mailbox, &Options::Pop3, nullptr, nullptr },
+    { "--imap", AnyMailbox, &Options::Imap, nullptr, nullptr },
     { "--log", AnySession | COMMAND_DECODE, &Options::LogFile, nullptr, nullptr },
     { "--ehlo", Sending, nullptr, nullptr, &Options::UseEhlo },
     { "--apop", Mailbox, nullptr, nullptr, &Options::UseApop },

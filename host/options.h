@@ -27,17 +27,22 @@ struct Options {
     const char* Forward;
     bool SkipRefused;
 
-    // --- what is fetched ---
+    // --- what a mailbox is asked ---
     std::vector<const char*> Messages; // numbers, or "all"
     const char* Into;
     bool KeepRaw;
     bool Delete;
+    const char* Mailbox;                                  // null: the inbox
+    std::vector<const char*> Add, Remove;                 // flags
+    std::vector<const char*> Create, DeleteBoxes, Rename; // mailboxes; of the last, old and new
+    const char* CopyTo;
 
-    std::vector<const char*> Words; // without an option in front: addresses or files
+    std::vector<const char*> Words; // without an option in front: addresses, files, what to search
 
-    // --- the session: one of the two servers, by its protocol ---
+    // --- the session: one of the three servers, by its protocol ---
     const char* Server; // SMTP
     const char* Pop3;
+    const char* Imap;
     const char* LogFile;
     bool UseEhlo;
     bool UseApop;
@@ -56,6 +61,9 @@ enum CommandBit {
     COMMAND_LIST = 4,
     COMMAND_FETCH = 8,
     COMMAND_DECODE = 16,
+    COMMAND_SEARCH = 32,
+    COMMAND_FLAGS = 64,
+    COMMAND_MAILBOXES = 128,
 };
 
 // Reads the words behind the command's name. False: one is wrong, and standard error tells which.

@@ -31,9 +31,22 @@ static int32_t StartPop3(const Target& target, const Login& login)
                              secret, TunnelHost);
 }
 
+static int32_t StartImap(const Target& target, const Login& login)
+{
+    const char* user = login.User.c_str();
+    const char* secret = login.Secret.c_str();
+    if (target.TunnelPort == 0) {
+        rynIntegerParam(Channel, RYN_IMAP_PORT, target.Port);
+        return rynImapConnect(Channel, target.Host.c_str(), user, secret);
+    }
+    return rynImapConnectSSL(Channel, target.TunnelPort, target.Port, target.Host.c_str(), user,
+                             secret, TunnelHost);
+}
+
 constexpr Protocol ProtocolTable[] = {
     { &Options::Server, 25, 465, 587, true, nullptr, "/SmtpLog(0).txt", StartSmtp },
     { &Options::Pop3, 110, 995, 110, false, "protocol = pop3", "/Pop3Log(0).txt", StartPop3 },
+    { &Options::Imap, 143, 993, 143, false, "protocol = imap", "/ImapLog(0).txt", StartImap },
 };
 
 const Protocol& ProtocolOf(const Options& options)

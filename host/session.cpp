@@ -14,7 +14,8 @@
 
 constexpr size_t ServerNameLimit = 255; // chars that rynSmtpConnect takes
 constexpr size_t ErrorTextSize = 2400;  // a status text with the server's own line
-constexpr int32_t LeastRefusal = 400;   // of reply codes; POP3 has 100 for yes and 500 for no
+constexpr int32_t LeastRefusal = 400;   // of reply codes; mailboxes have 100 for yes and 500 for no
+constexpr int32_t MailboxYes = 100;
 
 // --- steps ---
 
@@ -35,6 +36,36 @@ static uint32_t BytesBy(int32_t code)
     return static_cast<uint32_t>(rynStatistics(Channel, static_cast<uint32_t>(code)));
 }
 
+// --- replies ---
+
+std::string LastReply(const Session& session)
+{
+    const size_t size = session.IsImap ? 65535 : 512; // that the library keeps, or that is shown
+    std::string reply(size + 1, '\0');
+    rynDebug(Channel, RYN_DEBUG_LAST_REPLY, reply.data(), static_cast<int32_t>(size));
+    reply.resize(strlen(reply.c_str()));
+    return reply;
+}
+
+std::string LastVerdict(const Session& session)
+{
+    std::string reply = LastReply(session);
+    if (!session.IsImap)
+        return ForTerminal(reply.substr(0, reply.find_first_of("\r\n")));
+    while (reply.ends_with('\n') || reply.ends_with('\r'))
+        reply.pop_back();
+    reply.erase(0, reply.rfind('\n') + 1);
+    reply.erase(0, reply.find(' ') + 1);
+    return reply.empty() ? "no answer" : ForTerminal(reply);
+}
+
+bool IsAccepted(const Session& session)
+{
+    if (session.IsImap) // the library takes any answer to some commands for a yes
+        return LastVerdict(session).starts_with("OK");
+    return rynStatistics(Channel, RYN_STAT_REPLY_CODE) == MailboxYes;
+}
+
 // --- failures ---
 
 struct StatusRow {
@@ -46,6 +77,7 @@ struct StatusRow {
 constexpr StatusRow StatusTable[] = {
     { RYN_ERR_SMTP_REPLY, EXIT_REFUSED },
     { RYN_ERR_POP3_REPLY, EXIT_REFUSED },
+    { RYN_ERR_IMAP_REPLY, EXIT_REFUSED },
     { RYN_ERR_NO_APOP_TIMESTAMP, EXIT_REFUSED },
     { RYN_ERR_CONNECT_FAILED, EXIT_CONNECTION },
     { RYN_ERR_SERVER_NOT_FOUND, EXIT_CONNECTION },
@@ -97,19 +129,21 @@ ExitCode ReportFailure(Session& session, int32_t status)
     fprintf(stderr, "rynmail: %s: %s", session.Step.Doing.c_str(), TextOfStatus(status).c_str());
     if (ExitOfStatus(status) == EXIT_CONNECTION && socketStatus < 0 && socketStatus != status)
         fprintf(stderr, " (%s)", TextOfStatus(socketStatus).c_str());
+    if (status == RYN_ERR_IMAP_REPLY) // the one refusal whose text lacks the server's words
+        fprintf(stderr, " %s", LastVerdict(session).c_str());
     fputc('\n', stderr);
     return ExitOfStatus(status);
 }
 
-// A refusal that the operation goes on from shows only while it is the last reply.
-static void NoteRefusal(Session& session)
+// A refusal that the operation goes on from shows only while it is the last reply. By IMAP no
+// operation goes on.
+static void NoteRefusal(Session& session, int32_t step)
 {
-    if (rynStatistics(Channel, RYN_STAT_REPLY_CODE) < LeastRefusal)
-        return;
-    char line[512 + 1];
-    rynDebug(Channel, RYN_DEBUG_LAST_REPLY, line, sizeof line - 1);
-    line[strcspn(line, "\r\n")] = 0;
-    session.Refusal = ForTerminal(line);
+    const bool isRefused = session.IsImap
+                               ? step <= 0 && !IsAccepted(session)
+                               : rynStatistics(Channel, RYN_STAT_REPLY_CODE) >= LeastRefusal;
+    if (isRefused)
+        session.Refusal = LastVerdict(session);
 }
 
 // --- driving ---
@@ -120,7 +154,7 @@ int32_t Drive(Session& session)
     uint32_t lastBytes = 0;
     for (;;) {
         const int32_t step = StopIsAsked() ? RYN_WSAEINTR : rynDriver(Channel);
-        NoteRefusal(session);
+        NoteRefusal(session, step);
         if (step <= 0) {
             session.IsBroken = session.IsBroken || ExitOfStatus(step) == EXIT_CONNECTION;
             ClearProgress(session.Step);
@@ -196,6 +230,8 @@ static void SetSessionParams(const Options& options, const Login& login)
     // The connect blocks, which is the start value: a refusal is then told at once, by its name.
     rynIntegerParam(Channel, RYN_USE_EHLO, options.UseEhlo || login.IsWanted ? 1 : 0);
     rynIntegerParam(Channel, RYN_USE_APOP, options.UseApop ? 1 : 0);
+    // Messages that somebody has marked for deletion go when this user says so, and not in passing.
+    rynIntegerParam(Channel, RYN_EXPUNGE_ON_CLOSE, 0);
     // One attempt, for the system makes several of its own and takes minutes for a silent server. A
     // tunnel of this machine refuses at once, if it isn't ready yet.
     if (!options.Tls)
@@ -206,6 +242,7 @@ static ExitCode ConnectAs(Session& session, const Options& options, const Target
                           const Login& login)
 {
     const Protocol& protocol = ProtocolOf(options);
+    session.IsImap = options.Imap != nullptr;
     SetSessionParams(options, login);
     if (const ExitCode outcome = SetLogin(login); outcome != EXIT_DONE)
         return outcome;

@@ -17,6 +17,7 @@ struct Session {
     Tunnel Tls;          // the tunnel, if there is one
     std::string Refusal; // the last line by which the server refused something; empty: none
     bool IsBroken;       // the connection has failed: it takes no farewell
+    bool IsImap;         // the server speaks IMAP
 };
 
 // Readies the library. False: standard error tells why.
@@ -37,6 +38,15 @@ void BeginStep(Session& session, const std::string& doing, uint64_t total, int32
 // Runs what an operation has begun to its end: 0 or its status. RYN_WSAEINTR: the user has broken
 // it off.
 int32_t Drive(Session& session);
+
+// What the server has said last: all of an IMAP answer, of others the line.
+std::string LastReply(const Session& session);
+
+// The line that ends it, of IMAP without the tag. Fit for a terminal.
+std::string LastVerdict(const Session& session);
+
+// Has the server agreed? An operation of which the library says so tells nothing of a refusal.
+bool IsAccepted(const Session& session);
 
 // Says what failed, in the library's words and the server's. Returns the code to leave with.
 ExitCode ReportFailure(Session& session, int32_t status);

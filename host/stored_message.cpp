@@ -23,8 +23,8 @@ struct Copy {
     FILE* Source;
     FILE* Target; // null: none
     MessageTraits* Traits;
-    bool AddsDots; // else they are taken off
-    char Last;     // char in front; '\n' at the start
+    DotRule Dots;
+    char Last; // char in front; '\n' at the start
     LineTraits Line;
     bool HeadIsOver;
 };
@@ -60,6 +60,9 @@ static void Examine(Copy& copy, char c)
 {
     LineTraits& line = copy.Line;
     ++copy.Traits->Bytes;
+    char* tail = copy.Traits->Tail;
+    memmove(tail, tail + 1, sizeof copy.Traits->Tail - 1);
+    tail[sizeof copy.Traits->Tail - 1] = c;
     if (!copy.HeadIsOver && copy.Traits->Head.size() < HeadLimit)
         copy.Traits->Head += c;
     if (c == '\n')
@@ -77,13 +80,13 @@ static void Examine(Copy& copy, char c)
 static void TakeChar(Copy& copy, char c)
 {
     const bool isDotAtHead = c == '.' && copy.Last == '\n';
-    if (isDotAtHead && !copy.AddsDots) {
+    if (isDotAtHead && copy.Dots == DOTS_LOSE_ONE) {
         copy.Last = c; // the doubled one: the message goes on behind it
         return;
     }
-    if (isDotAtHead)
+    if (isDotAtHead && copy.Dots == DOTS_ARE_DOUBLED)
         Put(copy, '.');
-    if (c == '\n' && copy.Last != '\r' && copy.AddsDots) {
+    if (c == '\n' && copy.Last != '\r' && copy.Dots == DOTS_ARE_DOUBLED) {
         Put(copy, '\r');
         Examine(copy, '\r');
     }
@@ -99,7 +102,7 @@ static bool CopyToEnd(Copy& copy)
     while ((count = fread(block, 1, sizeof block, copy.Source)) > 0)
         for (size_t i = 0; i < count; ++i)
             TakeChar(copy, block[i]);
-    if (copy.AddsDots) {
+    if (copy.Dots == DOTS_ARE_DOUBLED) {
         if (copy.Last != '\n')
             TakeChar(copy, '\n');
         Put(copy, '.');
@@ -109,11 +112,11 @@ static bool CopyToEnd(Copy& copy)
     return ferror(copy.Source) == 0;
 }
 
-static bool CopyMessage(const std::string& path, const std::string& targetPath, bool addsDots,
+static bool CopyMessage(const std::string& path, const std::string& targetPath, DotRule dots,
                         MessageTraits& traits)
 {
     traits = {};
-    Copy copy = { nullptr, nullptr, &traits, addsDots, '\n', EmptyLine, false };
+    Copy copy = { nullptr, nullptr, &traits, dots, '\n', EmptyLine, false };
     copy.Source = fopen(path.c_str(), "rb");
     if (!copy.Source)
         return CannotUse(path, strerror(errno));
@@ -132,14 +135,14 @@ static bool CopyMessage(const std::string& path, const std::string& targetPath, 
     return (isWritten && isClosed) || CannotUse(targetPath, "it can't be written to its end");
 }
 
-bool TakeRawCopy(const std::string& rawPath, const std::string& targetPath,
+bool TakeRawCopy(const std::string& rawPath, DotRule dots, const std::string& targetPath,
                  MessageTraits& traitsOut)
 {
-    return CopyMessage(rawPath, targetPath, false, traitsOut);
+    return CopyMessage(rawPath, targetPath, dots, traitsOut);
 }
 
 bool MakeServerCopy(const std::string& path, const std::string& targetPath,
                     MessageTraits& traitsOut)
 {
-    return CopyMessage(path, targetPath, true, traitsOut);
+    return CopyMessage(path, targetPath, DOTS_ARE_DOUBLED, traitsOut);
 }

@@ -20,9 +20,12 @@ RYNMAIL, POSTBOX = sys.argv[1:3]
 
 
 class Server:
-    """What a case has in hand: the server's two addresses, its folder, a folder for files."""
+    """What a case has in hand: the server's addresses, its folder, a folder for files, and the
+    protocol of mailboxes."""
     smtp = ""
     pop3 = ""
+    imap = ""
+    protocol = "pop3"
     box = ""
     files = ""
 
@@ -88,11 +91,11 @@ def on_terminal(words, answers, secret=None):
 
 @contextlib.contextmanager
 def running_postbox(folder, *words):
-    """A postbox with a folder of messages; its addresses for SMTP and for POP3."""
+    """A postbox with a folder of messages; its addresses for SMTP, POP3 and IMAP."""
     with subprocess.Popen([POSTBOX, "--folder", folder, *words],
                           stdout=subprocess.PIPE) as postbox:
         try:
-            yield ["127.0.0.1:%d" % int(postbox.stdout.readline().split()[1]) for _ in range(2)]
+            yield ["127.0.0.1:%d" % int(postbox.stdout.readline().split()[1]) for _ in range(3)]
         finally:
             postbox.terminate()
             outcome = postbox.wait()
@@ -103,9 +106,10 @@ SECRET = "s3cret/+=\u00fc*"
 
 
 @contextlib.contextmanager
-def guarded_postbox(server):
+def guarded_postbox(server, secret=SECRET):
     """A postbox that wants a login, in place of the usual one."""
-    with running_postbox(server.box, "--user", "ann:" + SECRET) as (server.smtp, server.pop3):
+    with running_postbox(server.box, "--user", "ann:" + secret) as (server.smtp, server.pop3,
+                                                                   server.imap):
         yield
 
 
@@ -118,8 +122,8 @@ def no_secret_in(content, secret, user="ann"):
 
 
 def scripted_server(replies):
-    """Serves one client: a reply for each line, then closes; None closes without another line. Its
-    address, and what it is told."""
+    """Serves one client: a reply for each line, then closes; None closes without another line. "{T}"
+    in a reply becomes the first word of the line. Its address, and what it is told."""
     listener = socket.create_server(("127.0.0.1", 0))
     told = []
 
@@ -127,7 +131,7 @@ def scripted_server(replies):
         peer = listener.accept()[0]
         with peer, peer.makefile("rb") as lines:
             for reply, following in zip(replies, [*replies[1:], b""]):
-                peer.sendall(reply)
+                peer.sendall(reply.replace(b"{T}", told[-1].split()[0] if told else b"*"))
                 if following is None:
                     break
                 told.append(lines.readline())
@@ -200,5 +204,5 @@ def main(cases):
         server.files = os.path.join(folder, "files")
         os.mkdir(server.box)
         os.mkdir(server.files)
-        with running_postbox(server.box) as (server.smtp, server.pop3):
+        with running_postbox(server.box) as (server.smtp, server.pop3, server.imap):
             case(server)

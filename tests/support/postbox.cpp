@@ -1,11 +1,12 @@
 // postbox: a small mail server for tests and the demo. It serves several clients with one thread,
 // stores every message it takes by SMTP in a folder, delivers nothing, and hands the folder out by
-// POP3.
+// POP3 and IMAP.
 //
-//   postbox --folder DIR [--port N] [--pop3-port N] [--user NAME:PASSWORD] [--once] [--verbose]
+//   postbox --folder DIR [--port N] [--pop3-port N] [--imap-port N] [--user NAME:PASSWORD] [--once]
+//           [--verbose]
 //
-// Listens on 127.0.0.1 only, prints a line "smtp PORT" and a line "pop3 PORT" once it does, and
-// runs until SIGTERM or SIGINT, or with --once until its first client has gone. With --user it
+// Listens on 127.0.0.1 only, prints the lines "smtp PORT", "pop3 PORT" and "imap PORT" once it does,
+// and runs until SIGTERM or SIGINT, or with --once until its first client has gone. With --user it
 // takes mail only from who has logged in by AUTH PLAIN or LOGIN, and opens the mailbox to nobody
 // else. With --verbose the dialogues are printed. This file holds the command line and the
 // connections.
@@ -35,7 +36,7 @@ struct Service {
 };
 
 struct Settings {
-    Service Services[2];
+    Service Services[3];
     const char* Folder;
     const char* User; // NAME:PASSWORD; null: nobody has to log in
     bool Once;
@@ -296,9 +297,10 @@ int main(int count, char** words)
     Settings settings = {};
     settings.Services[0].Spoken = &SmtpProtocol;
     settings.Services[1].Spoken = &Pop3Protocol;
+    settings.Services[2].Spoken = &ImapProtocol;
     if (!ReadSettings(count, words, settings)) {
-        fputs("usage: postbox --folder DIR [--port N] [--pop3-port N] [--user NAME:PASSWORD] "
-              "[--once] [--verbose]\n",
+        fputs("usage: postbox --folder DIR [--port N] [--pop3-port N] [--imap-port N] "
+              "[--user NAME:PASSWORD] [--once] [--verbose]\n",
               stderr);
         return 1;
     }

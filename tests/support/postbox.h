@@ -29,7 +29,8 @@ struct StoredMessage {
     unsigned Number; // of its files
     size_t Size;     // bytes
     std::string Id;  // no other message has had it, unless of the same number and the same bytes
-    bool IsDeleted;  // for this client; the files stay until it takes leave
+    bool IsDeleted;  // for this POP3 client; the files stay until it takes leave
+    unsigned Uid;    // of IMAP; 0: not known there yet
 };
 
 struct Protocol;
@@ -61,10 +62,15 @@ struct Client {
     const char* DataFault; // the reply that the message will get instead of 250; null: none
     std::string Message;
 
-    // --- POP3 session: written by postbox_pop3.cpp ---
-    std::string MailboxUser; // that USER has named in the line before; empty: none
-    bool MailboxIsOpen;
-    std::vector<StoredMessage> Mailbox; // as it was at the login
+    // --- POP3 and IMAP sessions: written by postbox_pop3.cpp, postbox_imap.cpp ---
+    std::string MailboxUser;            // POP3: that USER has named in the line before; empty: none
+    bool MailboxIsOpen;                 // somebody has logged in
+    std::vector<StoredMessage> Mailbox; // as it was at the login, or when it was selected
+
+    // --- IMAP session: written by postbox_imap.cpp ---
+    std::string Tag;      // of the command in hand
+    std::string Selected; // the folder of the mailbox; empty: none is selected
+    bool IsReadOnly;      // selected by EXAMINE
 };
 
 struct Protocol {
@@ -75,7 +81,7 @@ struct Protocol {
     void (*TakeLine)(Client& client, std::string_view line, LineKind kind);
 };
 
-extern const Protocol SmtpProtocol, Pop3Protocol;
+extern const Protocol SmtpProtocol, Pop3Protocol, ImapProtocol;
 
 // AUTH PLAIN and AUTH LOGIN (postbox_auth.cpp): the command, and the lines that it asks for while
 // Auth is not AuthNone.
@@ -96,6 +102,33 @@ std::string ReadMessage(const char* folder, unsigned number);
 
 // Removes both files of a message. False: the message has gone already, or the disk refuses.
 bool RemoveMessage(const char* folder, unsigned number);
+
+// --- the mailboxes of IMAP (postbox_boxes.cpp): INBOX is the server's folder, any other one a folder
+// in it. Uids and flags live as long as the server. ---
+
+enum Flag : unsigned {
+    FLAG_SEEN = 1,
+    FLAG_ANSWERED = 2,
+    FLAG_FLAGGED = 4,
+    FLAG_DELETED = 8,
+    FLAG_DRAFT = 16,
+};
+
+// The folder of a mailbox, whether it is there or not; empty: no mailbox can have that name.
+std::string FolderOfMailbox(const char* root, std::string_view name);
+bool MailboxExists(const std::string& folder);
+std::vector<std::string> ListMailboxes(const char* root);
+bool CreateMailbox(const std::string& folder);
+bool RenameMailbox(const std::string& folder, const std::string& newFolder);
+bool RemoveMailbox(const std::string& folder);
+
+// The messages by their uids.
+std::vector<StoredMessage> ListByUid(const std::string& folder);
+unsigned NextUid(const std::string& folder);
+unsigned UidValidity();
+
+// The flags of a message that ListByUid has told; null: it has gone.
+unsigned* FlagsOf(const std::string& folder, unsigned uid);
 
 // Stores a message as FOLDER/NNNN.eml with FOLDER/NNNN.envelope beside it, NNNN being the first free
 // number from 1. The .eml file appears last and whole. False: the disk has refused; nothing is left.

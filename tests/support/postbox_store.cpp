@@ -122,7 +122,7 @@ std::vector<StoredMessage> ListMessages(const char* folder)
     std::vector<StoredMessage> messages;
     for (const unsigned number : numbers) {
         const std::string message = ReadMessage(folder, number);
-        messages.push_back({ number, message.size(), IdOf(number, message), false });
+        messages.push_back({ number, message.size(), IdOf(number, message), false, 0 });
     }
     return messages;
 }
