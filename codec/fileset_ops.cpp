@@ -8,13 +8,16 @@
 
 constexpr int32_t EntryTooLong = 99;
 
-// Copies the entry at the head of a list: its length, or EntryTooLong for one of size chars or more.
+// Copies the entry at the head of a list: its length, or -1 for one of size chars or more, whose head
+// is copied.
 static int32_t TakeEntry(const char* list, char* name, int32_t size)
 {
     int32_t length = 0;
     for (; list[length] != 0 && list[length] != AttachDelimiter; length++) {
-        if (length + 1 >= size)
+        if (length + 1 >= size) {
+            name[length] = 0;
             return -1;
+        }
         name[length] = list[length];
     }
     name[length] = 0;

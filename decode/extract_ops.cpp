@@ -54,7 +54,7 @@ int32_t rynGetHeader(uint32_t channel, int32_t code, char* target, int32_t size)
 // the zero behind it.
 static int32_t CopyLine(const char* source, char* target, int32_t size)
 {
-    for (int32_t count = 0; count < size - 1; count++) {
+    for (int32_t count = 0; count + 1 < size; count++) {
         target[count] = source[count];
         if (source[count] == 0)
             return count;

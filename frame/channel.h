@@ -24,6 +24,13 @@ constexpr size_t BoundaryChars = 256; // the two hyphens in front among them
 constexpr int32_t SEARCH_AT_START = -1;
 constexpr int32_t SEARCH_AT_END = -2;
 
+// What of a reply that counts already, a refusal or an overlong one, is still to come.
+enum ReplyRest : uint8_t {
+    REST_NONE,
+    REST_LINES,  // further lines, behind what the buffer has cut off the first
+    REST_OF_LINE // what the buffer has cut off the last line
+};
+
 // A boundary of a nested multipart.
 struct MimeBoundary {
     int32_t Length; // 0 = free
@@ -90,8 +97,8 @@ struct Channel {
     int32_t AcceptedRecipients; // in this send
     int32_t CcStarted;          // 1 = list walked, being walked or absent
     int32_t BccStarted;
-    int32_t VerifyResult;  // 1 or 0, of the last VRFY
-    uint8_t RefusalIsOpen; // 1 = lines of a refusal are still to come
+    int32_t VerifyResult; // 1 or 0, of the last VRFY
+    ReplyRest OpenReply;
 
     // --- connection ---
     int32_t VSock;       // -1 = none

@@ -8,6 +8,7 @@
 #include "frame/log.h"
 #include "frame/memory.h"
 #include "frame/settings.h"
+#include "frame/ticks.h"
 #include "platform/platform.h"
 #include "retrieve/message_file.h"
 #include "send/attach_params.h"
@@ -15,6 +16,8 @@
 #include "transport/process_ops.h"
 #include "transport/tunnel_ops.h"
 #include "transport/vsock.h"
+
+#include <algorithm>
 
 constexpr uint32_t WaitPerChannel = 2000; // ms that each channel adds to the waits
 constexpr int32_t Attached = 999;
@@ -54,9 +57,8 @@ static int32_t MakeChannels(uint32_t channels)
 // What stands under the lock: 1, or a status.
 static int32_t BuildChannels(uint32_t channels)
 {
-    ReplyTimeout += channels * WaitPerChannel;
-    DataTimeout += channels * WaitPerChannel;
-    FetchTimeout += channels * WaitPerChannel;
+    for (uint32_t* timeout : { &ReplyTimeout, &DataTimeout, &FetchTimeout })
+        *timeout = std::min(*timeout + channels * WaitPerChannel, LongestTimeout);
     if (const int32_t status = vsInit(channels, PollDelay); status < 0)
         return status;
     BlockTableReset();
@@ -158,6 +160,7 @@ static int32_t EndConversation(Channel& ch)
     if (ch.Protocol == 'I')
         LogFormat(ch, "ExpungeOnClose=%d\r\n", expunges ? 1 : 0);
     ch.WaitWritable = 1;
+    StopDriver(ch); // of an operation that still runs
     ch.NextState = expunges ? ST_IMAP_EXPUNGE : ST_QUIT;
     if (ch.AutoCallDriver == 0)
         return 0;
@@ -211,9 +214,7 @@ int32_t rynAbort(uint32_t channel)
     ch.TestConnectOnly = 0;
     DetachFiles(ch);
     CloseChannelSocket(ch);
-    ch.NotBeforeTick = 0;
-    ch.DeadlineTick = 0;
-    ch.NextState = ST_IDLE;
+    StopDriver(ch);
     return 1;
 }
 

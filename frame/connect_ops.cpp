@@ -45,6 +45,7 @@ static int32_t RunConnect(Channel& ch, State first, const char* note)
     vsResetRing(ch.VSock);
     vsForgetSends(ch.VSock); // of a connection that this one replaces
     ch.LineIsOpen = 0;
+    StopDriver(ch);
     ch.NextState = first;
     LogText(&ch, note);
     return RunDriver(ch);
@@ -331,6 +332,7 @@ int32_t rynTestConnect(uint32_t channel, const char* server, uint32_t port, char
     if (const int32_t status = GuardChannel(channel); status < 0)
         return status;
     Channel& ch = *ChannelTable[channel];
+    BeginConnect(ch, ch.Protocol); // which a greeting alone does not change
     LogText(&ch, "*** rynTestConnect\r\n");
     if (server == nullptr)
         return RYN_ERR_NO_SERVER;

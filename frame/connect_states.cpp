@@ -16,7 +16,7 @@ int32_t CreateSocket(Channel& ch, uint32_t)
     if (result < 0)
         return FailState(ch, ch.VSock, RYN_ERR_CANNOT_CREATE_SOCKET);
     ch.VSock = result;
-    ch.RefusalIsOpen = 0;
+    ch.OpenReply = REST_NONE;
     if (ch.LogHandle != 0) {
         vsSetOption(ch.VSock, VS_OPT_LOG_HANDLE, ch.LogHandle);
         LogFormat(ch, "vSock %i created (IP %u)\r\n", ch.VSock, ch.LocalBindAddress);

@@ -48,6 +48,13 @@ int32_t Finish(Channel& ch)
     return Go(ch, ST_IDLE);
 }
 
+void StopDriver(Channel& ch)
+{
+    ch.NextState = ST_IDLE;
+    ch.NotBeforeTick = 0;
+    ch.DeadlineTick = 0;
+}
+
 // The text of a status, twice: ErrorText logs it with a line end, and it is written once more
 // without one.
 static void LogStatus(Channel& ch, int32_t status)
@@ -76,12 +83,10 @@ int32_t FailState(Channel& ch, int32_t sockCode, int32_t status)
         LogWindowsError(ch);
     }
     if (status < 0) {
-        ch.NextState = ST_IDLE;
+        StopDriver(ch);
         ch.PrevState = ch.ThisState;
         ch.ThisState = -1;
         ch.LastSockCode = sockCode;
-        ch.NotBeforeTick = 0;
-        ch.DeadlineTick = 0;
         ch.TestConnectOnly = 0;
     }
     osYield();
@@ -104,8 +109,8 @@ void Arm(Channel& ch, uint32_t gap, uint32_t timeout)
 
 int32_t SendOrFail(Channel& ch, const char* text)
 {
-    if (ch.RefusalIsOpen != 0) // else its rest would be read as the reply to this line
-        DropRefusalRest(ch);
+    if (ch.OpenReply != REST_NONE) // else its rest would be read as the reply to this line
+        DropReplyRest(ch);
     const int32_t result = SendLine(ch, text);
     return result < 0 ? FailSend(ch, result) : 0;
 }

@@ -21,6 +21,9 @@ int32_t Go(Channel& ch, State next);
 // The operation is over, without a failure: clears the timers and returns 0.
 int32_t Finish(Channel& ch);
 
+// Ends an operation from outside its states: another one takes its place, or none.
+void StopDriver(Channel& ch);
+
 // The operation has failed: logs it, leaves the channel idle and returns status. sockCode is the
 // result of the transport call that failed, or 0.
 int32_t FailState(Channel& ch, int32_t sockCode, int32_t status);

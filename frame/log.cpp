@@ -92,7 +92,7 @@ int32_t OpenLog(Channel& ch, const char* name)
     GlobalLogHandle.store(handle, std::memory_order_release);
     vsSetOption(ch.VSock, VS_OPT_LOG_HANDLE, handle);
     WriteLogHeader(ch);
-    return handle == 0 ? RYN_ERR_CANNOT_CREATE_FILE : handle;
+    return handle;
 }
 
 void CloseLog(Channel& ch)

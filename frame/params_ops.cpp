@@ -5,9 +5,11 @@
 #include "frame/log.h"
 #include "frame/memory.h"
 #include "frame/settings.h"
+#include "frame/ticks.h"
 #include "transport/vfile.h"
 #include "transport/vsock.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <cstring>
 
@@ -34,13 +36,13 @@ static uint32_t InertSettings[3]; // stored, read by nothing
 
 static int32_t SetCommandGap(Channel&, uint32_t value)
 {
-    CommandGap = DataGap = value;
+    CommandGap = DataGap = std::min(value, LongestTimeout);
     return 1;
 }
 
 static int32_t SetReplyTimeout(Channel&, uint32_t value)
 {
-    ReplyTimeout = DataTimeout = FetchTimeout = value;
+    ReplyTimeout = DataTimeout = FetchTimeout = std::min(value, LongestTimeout);
     return 1;
 }
 
@@ -143,7 +145,7 @@ static int32_t SetDriverDelay(Channel&, uint32_t value)
     }
 #define IN_PROCESS(code, kind, setting)                                                            \
     {                                                                                              \
-        code, kind, 0, &setting, nullptr                                                           \
+        code, kind, 0, &(setting), nullptr                                                         \
     }
 #define BY_ROUTINE(code, routine)                                                                  \
     {                                                                                              \

@@ -196,7 +196,10 @@ static void NoteFailure(int32_t code, int32_t prefix, const char* name)
 {
     if (*name == '@') // the mark of a message text that names a file
         name++;
-    StoreShared(FindStatus(code)->Text + prefix, name, SettableChars);
+    char line[SettableChars + 1];
+    CopyField(line, name);
+    CutAtLineEnd(line);
+    StoreShared(FindStatus(code)->Text + prefix, line, SettableChars);
 }
 
 void NoteCreateFailure(const char* name)

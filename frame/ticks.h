@@ -6,6 +6,9 @@
 
 constexpr uint32_t LongestWait = INT32_MAX; // ms; longer ones are cut to this
 
+// ms; what a time-out of the host is cut to, so that sums and multiples of it stay true.
+constexpr uint32_t LongestTimeout = LongestWait / 4;
+
 // True once now is at or behind a moment.
 constexpr bool TickReached(uint32_t now, uint32_t moment)
 {

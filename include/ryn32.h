@@ -171,8 +171,8 @@ extern "C" {
  * Flags: 0 off, anything else on. Times are milliseconds. A setting of 8 or 16 bits takes the low
  * part of the value. -------------------------------------------------------------------------- */
 
-#define RYN_COMMAND_GAP                1    /* process [25 and 0]: pause behind a command, and behind a line of message data */
-#define RYN_REPLY_TIMEOUT              2    /* process [30000, 60000, 60000, plus 2000 a channel at each rynAttach]: the waits for a reply, in message data and in a fetch; all three get the value */
+#define RYN_COMMAND_GAP                1    /* process [25 and 0]: pause behind a command, and behind a line of message data, ms, cut at 536870911 (6 days) */
+#define RYN_REPLY_TIMEOUT              2    /* process [30000, 60000, 60000, plus 2000 a channel at each rynAttach]: the waits for a reply, in message data and in a fetch, ms; all three get the value, cut at 536870911 (6 days) */
 #define RYN_CONNECT_TIMEOUT            3    /* process [30000]: wait for a connection to stand */
 #define RYN_MESSAGE_TYPE               8    /* channel [0]: type of the message text, low 5 bits; see rynSendEmail */
 #define RYN_AUTO_CALL_DRIVER           9    /* channel [1]: low bit: 1 automatic driving, 0 manual driving */
@@ -195,7 +195,7 @@ extern "C" {
 #define RYN_USE_EHLO                   29   /* channel [0]: greet with EHLO and not with HELO */
 #define RYN_USE_APOP                   30   /* channel [0]: log in to POP3 by APOP */
 #define RYN_ATTACH_COUNTER             31   /* channel [0]: above 0: saved attachments are named by this running number */
-#define RYN_IGNORE_RCPT_REFUSAL        32   /* channel [0]: go on without recipients that the server refuses */
+#define RYN_IGNORE_RCPT_REFUSAL        32   /* channel [0]: a recipient that the server refuses ends the list: those behind it are not tried, and the message goes to those accepted before it, to nobody if it is the first. A refusal with a word like "relay" fails all the same */
 #define RYN_TAG_TEXT_PARTS             33   /* channel [0]: mark text parts in the message file */
 #define RYN_INDIRECTION_CHAR           34   /* process ['@']: 8 bits; a message text that begins with it names a file; 0: none does */
 #define RYN_HTML_CHARSET               35   /* channel [0]: charset of an HTML text of message type 2; see rynSendHTML */
@@ -234,22 +234,22 @@ extern "C" {
 #define RYN_LOG_FILE                   20   /* channel: opens a new log file of that name; empty closes it. The handle, 0, or -1. Secrets that are sent show as stars, but for lines of 256 chars and over and what stands behind the first line end of a secret in several lines: long passwords and tokens show there */
 #define RYN_WRITE_LINES_FILE           41   /* channel, not empty: writes what rynGetEmailLines kept to a new file. Bytes written */
 #define RYN_REPLY_TO                   50   /* channel, 256, not empty: Reply-To of the next messages. Stored */
-#define RYN_EXTRA_HEADERS              51   /* channel: header lines of the host's own; empty removes them (result 0). 1 to 4 on success, 0: no memory; RYN_ERR_SYSTEM_HEADER for a text that begins with X-Mailer: or X-Mail-Agent:; other control chars and 8-bit chars become '_' */
+#define RYN_EXTRA_HEADERS              51   /* channel: header lines of the host's own, of which the first 1023 chars go out, line ends included; empty removes them (result 0). 1 to 4 on success, 0: no memory; RYN_ERR_SYSTEM_HEADER for a text that begins with X-Mailer: or X-Mail-Agent:; other control chars and 8-bit chars become '_' */
 #define RYN_LOG_TEXT                   52   /* channel, not empty: a line for the log. The handle of the log, 0 if there is none */
 #define RYN_FROM                       53   /* channel, 256, not empty: sender of the next messages, not checked. Stored */
 #define RYN_CONTENT_TYPE_LINE          54   /* process, 256, not empty: the whole Content-Type line for message type 9. Stored */
 #define RYN_TRANSFER_ENCODING_LINE     55   /* process, 256, not empty: the whole line in place of quoted-printable's. Stored */
-#define RYN_ADD_EXTRA_HEADER           56   /* channel, 16384 in all, not empty: one more header line. As RYN_EXTRA_HEADERS */
+#define RYN_ADD_EXTRA_HEADER           56   /* channel, not empty: one more header line, up to 16384 chars in all, of which only the first 1023 go out. As RYN_EXTRA_HEADERS */
 #define RYN_AUTH_PASSWORD              57   /* channel, 2048, not empty: RYN_ERR_PASSWORD_TOO_LONG above that. Never in the log. Stored */
-#define RYN_AUTH_USER                  58   /* channel, 64, not empty. Stored */
+#define RYN_AUTH_USER                  58   /* channel, 64, not empty: user name of the login. Stored */
 #define RYN_INERT_TEXT_61              61   /* without effect. 0 */
-#define RYN_HEADER_PREFIX              63   /* process, 64 ["RYN:"], not empty. Stored; 0 and unchanged while the channel holds an alternative text */
+#define RYN_HEADER_PREFIX              63   /* process, 64 ["RYN:"], not empty: stands in front of the type line by which RYN_TAG_TEXT_PARTS marks a part. Stored; 0 and unchanged while the channel holds an alternative text */
 #define RYN_ZONE_STRING                65   /* process, 32: zone of the Date line; empty: worked out. Stored */
 #define RYN_INERT_TEXT_66              66   /* without effect. 0 */
 #define RYN_ZONE_STRING_ALIAS          69   /* the same as 65 */
 #define RYN_LIST_ARGUMENTS             71   /* channel, 16: arguments of the IMAP LIST. Stored */
 #define RYN_EXTRA_LINE                 72   /* channel, 256: last line of every message text; empty: none. Goes out as it stands: a lone dot would end the message. Stored */
-#define RYN_LOCAL_ADDRESS              73   /* channel: local address to connect from, a dotted quad. The address as a number */
+#define RYN_LOCAL_ADDRESS              73   /* channel: local address to connect from, a dotted quad. The address as a number, below 0 from 128.0.0.0 on: no status */
 #define RYN_LOCAL_HOST_NAME            74   /* channel, 64: the name in HELO and EHLO; "*": the computer's; empty: RYN_ERR_NULL_POINTER. Stored */
 #define RYN_RCPT_TRACE_FILE            77   /* channel: opens the recipient trace NAME_c.log, c being the channel; empty closes it. The handle, 0, or a status */
 #define RYN_TEST_PATH                  2001 /* 1 if a file can be made in that folder, else RYN_ERR_NO_SUCH_PATH */
@@ -269,7 +269,7 @@ extern "C" {
 #define RYN_STAT_EMAIL_COUNT           17   /* messages on the server */
 #define RYN_STAT_MESSAGE_SIZE          18   /* size of the message asked for */
 #define RYN_STAT_BUFFER_USED           19   /* bytes in the host's buffer */
-#define RYN_STAT_SOCKET_STATE          20   /* 1: data can be sent; 0: not now; RYN_ERR_CONNECT_FAILED: the connect has failed, there is no socket, or a target file is written */
+#define RYN_STAT_SOCKET_STATE          20   /* 1: data can be sent; 0: not now; RYN_ERR_CONNECT_FAILED: the connect has failed, there is no socket, or a file takes the place of a server */
 #define RYN_STAT_ATTACH_COUNT          22   /* attachments of the last message */
 #define RYN_STAT_VERIFY_RESULT         24   /* outcome of rynVerifyUser */
 #define RYN_STAT_BUILD                 26   /* build number */
@@ -279,7 +279,7 @@ extern "C" {
 #define RYN_STAT_CID                   35   /* number of this build's owner */
 /* With channel 0 these are answered without any guard. */
 #define RYN_STAT_BLOCKS_ALLOCATED      1002 /* memory blocks made since the process began */
-#define RYN_STAT_BLOCKS_FREED          1003
+#define RYN_STAT_BLOCKS_FREED          1003 /* memory blocks freed since the process began */
 #define RYN_STAT_BYTES_ALLOCATED       1004 /* their bytes, with 3 for each block */
 #define RYN_STAT_LAST_FREED_SIZE       1005 /* of the block freed last */
 #define RYN_STAT_NULL_SITE             1006 /* which check last met a null pointer */
@@ -289,8 +289,8 @@ extern "C" {
 
 #define RYN_DEBUG_DATE                 (-12) /* the Date line of this moment; result 0 */
 #define RYN_DEBUG_LAST_REPLY           23    /* the server's last reply; the result leaves its last CR LF out, the buffer holds it */
-#define RYN_DEBUG_SERVER_ADDRESS       25    /* dotted quad of the server */
-#define RYN_DEBUG_LOCAL_ADDRESS        28    /* dotted quad of this end */
+#define RYN_DEBUG_SERVER_ADDRESS       25    /* dotted quad of the server; 0 and an empty text for a size below 17; RYN_ERR_NO_SUCH_VSOCK: no connection */
+#define RYN_DEBUG_LOCAL_ADDRESS        28    /* dotted quad of this end; as RYN_DEBUG_SERVER_ADDRESS */
 #define RYN_DEBUG_ATTACH_LIST          29    /* names of saved attachments */
 #define RYN_DEBUG_LAST_RECIPIENT       30    /* the last address accepted, its first 32 chars */
 #define RYN_DEBUG_AUTH_LINES           31    /* what the server offers for AUTH */
@@ -314,22 +314,22 @@ extern "C" {
 /* --- Numbers of the IMAP operations ------------------------------------------------------------ */
 
 /* flags of a message */
-#define RYN_FLAG_SEEN 1
-#define RYN_FLAG_ANSWERED 2
-#define RYN_FLAG_FLAGGED 4
-#define RYN_FLAG_DELETED 8
-#define RYN_FLAG_DRAFT 16
-#define RYN_FLAG_RECENT 32 /* can be read, never written */
+#define RYN_FLAG_SEEN 1     /* the message has been read */
+#define RYN_FLAG_ANSWERED 2 /* it has been answered */
+#define RYN_FLAG_FLAGGED 4  /* it is marked for attention */
+#define RYN_FLAG_DELETED 8  /* it goes at the next expunge */
+#define RYN_FLAG_DRAFT 16   /* it is not finished */
+#define RYN_FLAG_RECENT 32  /* can be read, never written */
 
 /* what rynImapFlags does */
-#define RYN_FLAGS_READ 1
-#define RYN_FLAGS_ADD 2
-#define RYN_FLAGS_REMOVE 3
+#define RYN_FLAGS_READ 1   /* tells flags */
+#define RYN_FLAGS_ADD 2    /* sets flags */
+#define RYN_FLAGS_REMOVE 3 /* clears flags */
 
 /* what rynImapMsgNumber tells */
-#define RYN_SEARCH_COUNT 1
-#define RYN_SEARCH_FIRST 2
-#define RYN_SEARCH_NEXT 3
+#define RYN_SEARCH_COUNT 1 /* how many numbers */
+#define RYN_SEARCH_FIRST 2 /* the first number */
+#define RYN_SEARCH_NEXT 3  /* the next number */
 
 /* --- Lifecycle --------------------------------------------------------------------------------- */
 
@@ -568,7 +568,8 @@ RYN_API int32_t rynImapConnectSSL(uint32_t channel, uint32_t localPort, uint32_t
  *          begun; rynDebug has the greeting when rynDriver gives 0
  * Errors   RYN_ERR_NO_SERVER, RYN_ERR_SERVER_NOT_FOUND, a network status, another status of a socket,
  *          which may have no text; the two guards
- * Note     the socket stays open after success; rynClose or rynAbort closes it */
+ * Note     the socket stays open after success; rynClose or rynAbort closes it. A greeting that is no
+ *          SMTP reply, like that of IMAP, is waited on for RYN_REPLY_TIMEOUT before it is told */
 RYN_API int32_t rynTestConnect(uint32_t channel, const char *server, uint32_t port, char *buffer,
                                int32_t size);
 
@@ -629,8 +630,9 @@ RYN_API int32_t rynKillProgram(int32_t entry, int32_t exitCode);
  *                and a digit is memory of rynSetFileBuffer. Without a name of its own an entry shows
  *                its path from behind the last '\' or ':' on; '/' is no separator there. The type follows the name's end: .pdf,
  *                .wav, .gif, .bmp, .tif, .jpg, .png, else application/octet-stream
- * Returns  0: the server has taken the message, or (with RYN_IGNORE_RCPT_REFUSAL) refused all
- *          recipients: RYN_STAT_ACCEPTED_RECIPIENTS tells. Manual: 0 when the work has begun
+ * Returns  0: the server has taken the message. With RYN_IGNORE_RCPT_REFUSAL the recipients from the
+ *          first refused one on are left out, perhaps all: RYN_STAT_ACCEPTED_RECIPIENTS tells how many
+ *          get it. Manual: 0 when the work has begun
  * Errors   RYN_ERR_SMTP_ONLY, RYN_ERR_NOT_CONNECTED, RYN_ERR_NO_RECIPIENT,
  *          RYN_ERR_MISSING_LEFT_ANGLE, RYN_ERR_MISSING_RIGHT_ANGLE: the first entry of a list has no
  *          brackets; RYN_ERR_NULL_POINTER: a later one; RYN_ERR_NO_MEMORY;
@@ -651,7 +653,9 @@ RYN_API int32_t rynSendEmail(uint32_t channel, const char *to, const char *cc, c
 /* rynSendHTML: sends an HTML message with a plain alternative.
  *   channel, to, cc, bcc, subject, attachments  as in rynSendEmail
  *   message      the HTML text, or RYN_INDIRECTION_CHAR and a file name
- *   images       files as in attachments; the HTML text refers to the n-th as "cid:message-root.n"
+ *   images       files as in attachments; the HTML text refers to the n-th of those whose name ends in
+ *                .gif, .bmp, .tif, .jpg or .png as "cid:message-root.n"; other names, entries with a set
+ *                of rynAttachmentParams and, with RYN_DETECT_IMAGES 0, all entries get no number
  *   alternative  the plain text, at most 16384 chars, or RYN_INDIRECTION_CHAR and a file name; null
  *                or empty: an empty part. It goes out unencoded: keep it to 7-bit lines that end in CR LF
  * Returns  as rynSendEmail
@@ -688,7 +692,8 @@ RYN_API int32_t rynAttachmentParams(const char *contentType, const char *transfe
 /* rynSmtpTarget: lets the channel write its messages to a file instead of a server. The file gets
  * each message from its Message-ID line on, without an envelope and without the final dot.
  *   channel     number of an attached channel; a connection that it has is dropped
- *   targetFile  name of a new file; null or empty ends this mode and closes the file
+ *   targetFile  name of a new file; null or empty ends this mode and closes the file. Any connect
+ *               and rynClose end it too
  *   from, replyTo  as in rynSmtpConnect; not checked here
  * Returns  1
  * Errors   RYN_ERR_NO_SUCH_FILE: it can't be made; RYN_ERR_CANNOT_CREATE_SOCKET: the socket number
@@ -729,7 +734,7 @@ RYN_API int32_t rynMakeSubject(const char *text, int32_t pageCode, char *buffer,
  * rynAttach.
  *   user, token  of the account
  *   buffer       out: "user=", user, "auth=Bearer ", token and 3 chars of value 1: as many bytes as
- *                both have, 21 more, and a terminating zero
+ *                both have, 20 more, and a terminating zero
  * Returns  length of the text
  * Errors   RYN_ERR_NULL_POINTER
  * Note     a text of more than 48 bytes is sent in several lines, which many servers refuse */
@@ -755,7 +760,8 @@ RYN_API int32_t rynGetEmailSize(uint32_t channel, int32_t message);
 
 /* rynGetEmailLines: fetches the header and the first lines of a message, undecoded.
  *   message  number on the server, from 1;  lines: body lines wanted behind the header, below 0
- *            counts as 0
+ *            counts as 0. IMAP: the whole message comes, or with RYN_IMAP_PARTIAL the header and so
+ *            many bytes of text
  *   buffer   out: the server's status line, then lines as they came, CR LF kept, stuffed dots taken
  *            off, without a terminating zero; what does not fit is dropped. Null or "*": the library
  *            keeps the text, RYN_DEBUG_EMAIL_LINES hands it out
@@ -787,7 +793,7 @@ RYN_API int32_t rynGetEmailLines(uint32_t channel, int32_t message, int32_t line
  *          RYN_NO_HEADER_COPY), an empty line, the parts without a name, quoted-printable taken off and
  *          Base64 left on (RYN_SAVE_UNNAMED_BASE64 gives such parts files), and a note in the place of
  *          each attachment (none with RYN_NO_ATTACH_NOTE). POP3: a line that begins with "+OK" is
- *          left out. Each part that
+ *          left out, IMAP: a lone ')'. Each part that
  *          has a name goes to a file of that name in attachFolder; chars that no file name may hold,
  *          '/' and '\' among them, become '_'. An older file of that name is replaced, a file that
  *          the library holds open never is: the part then stays in the message file, encoded. Two
@@ -803,7 +809,8 @@ RYN_API int32_t rynGetEmailLines(uint32_t channel, int32_t message, int32_t line
  * Note     with RYN_DECODE_MODE 1 nothing is decoded: the message goes to the raw copy, the message
  *          file stays empty. Without RYN_RAW_PREFIX that copy can't be made and the message is lost, with
  *          the result 0, and so is what a silent or refusing server leaves out. RYN_RAW_PREFIX makes a
- *          raw copy in any mode. After a failure the files stay open until the next operation on the
+ *          raw copy in any mode. A stored message has no raw copy; with RYN_DECODE_MODE 1 its lines go
+ *          to the message file as they are. After a failure the files stay open until the next operation on the
  *          mailbox, rynClose or rynAbort. A line above 8191 bytes comes in pieces, each a line of its
  *          own to the decoder; zero bytes become blanks. Up to 9 boundaries are known at a time,
  *          rynGetHeader keeps up to 1 MiB of each header: memory does not grow with the message.
@@ -837,8 +844,9 @@ RYN_API int32_t rynDeleteEmail(uint32_t channel, int32_t message);
 
 /* rynCommand: sends one command of the host's own and reads its reply, in any protocol.
  *   text  32 chars, the rest is cut; without a line end. IMAP: without a tag
- * Returns  0: accepted; rynDebug has the reply. Manual: 0 when the work has begun
- * Errors   RYN_ERR_NULL_POINTER, RYN_ERR_BAD_SERVER_NAME: the channel has never connected;
+ * Returns  0: accepted, by IMAP a refusal too; rynDebug has the reply. Manual: 0 when the work has
+ *          begun
+ * Errors   RYN_ERR_NULL_POINTER, RYN_ERR_BAD_SERVER_NAME: the channel has no session;
  *          RYN_ERR_SMTP_REPLY, RYN_ERR_POP3_REPLY: refused; the two guards; what the driver reports
  * Note     a POP3 reply of several lines is read up to its first line end only */
 RYN_API int32_t rynCommand(uint32_t channel, const char *text);
@@ -879,14 +887,15 @@ RYN_API int32_t rynGetHeader(uint32_t channel, int32_t code, char *target, int32
  *           one behind it
  *   find    what to look for, in any case of letters
  *   target  out: from the place found up to and with the LF;  size: its capacity with the zero
- * Returns  chars stored; 0: not found, or longer than size - 1 chars, with the target empty, or a null
- *          argument */
+ * Returns  chars stored; 0: longer than size - 1 chars (size - 2 for a last line without LF), with the
+ *          target empty; not found, or a null argument, with the target untouched */
 RYN_API int32_t rynExtractText(const char *text, const char *find, char *target, int32_t size);
 
 /* rynExtractLine: copies one line of a text. Needs no rynAttach.
  *   text    as in rynExtractText;  line: its number, 1 or below: the first
  *   target  out: the line with its LF;  size: its capacity with the zero
- * Returns  chars stored; 0: no such line, or longer than size - 1 chars, or a null argument */
+ * Returns  chars stored; 0: no such line, or longer than size - 1 chars (size - 2 for a last line
+ *          without LF), or a null argument */
 RYN_API int32_t rynExtractLine(const char *text, int32_t line, char *target, int32_t size);
 
 /* --- IMAP alone. Names of mailboxes and search criteria go out as given, without quotes: a host that
@@ -991,14 +1000,15 @@ RYN_API int32_t rynReadQuoted(const char *fileName, char *target, int32_t size,
                               int32_t chunkLength);
 
 /* rynEncodeBuffer: Base64 in lines of 76 chars, each ended by CR LF.
- *   source  length bytes;  target: out, 78 bytes for every 57 of the source or part of them, and 1
+ *   source  the bytes;  length: how many
+ *   target  out: 78 bytes for every 57 of the source or part of them, and 1
  * Returns  chars stored without the terminating zero; 0, with nothing stored, for a length below 1
  * Errors   RYN_ERR_NULL_POINTER, RYN_ERR_NULL_BUFFER */
 RYN_API int32_t rynEncodeBuffer(const char *source, char *target, int32_t length);
 
 /* rynDecodeBuffer: decodes Base64 lines; a line's chars behind its last whole group are ignored, and
  * chars outside the alphabet count as 0.
- *   source  text, of which at most length chars are looked at
+ *   source  the text;  length: how many chars of it are looked at, at most
  *   target  out: 3 bytes for every 4 chars, and 4
  * Returns  bytes decoded
  * Errors   RYN_ERR_NULL_POINTER, RYN_ERR_NULL_BUFFER */

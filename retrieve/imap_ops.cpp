@@ -7,6 +7,7 @@
 #include "frame/memory.h"
 #include "frame/settings.h"
 #include "platform/platform.h"
+#include "retrieve/message_file.h"
 #include "transport/replies.h"
 
 // The guards of an operation, and its line in the log: 0 or a status.
@@ -55,6 +56,7 @@ int32_t rynImapFlags(uint32_t channel, int32_t message, int32_t operation, int32
     if (message < 1)
         return RYN_ERR_NO_SUCH_MESSAGE;
     Channel& ch = *ChannelTable[channel];
+    CloseFetchFiles(ch);
     ch.MessageNumber = message;
     if (const int32_t status = StartFlags(ch, operation, flags); status < 0)
         return status;
@@ -77,6 +79,7 @@ int32_t rynImapSearch(uint32_t channel, const char* criteria, char* buffer, int3
     if (buffer == nullptr)
         return RYN_ERR_NULL_BUFFER;
     Channel& ch = *ChannelTable[channel];
+    CloseFetchFiles(ch);
     if (size > 0)
         buffer[0] = 0;
     FreeMemory(ch.ChannelNumber, SLOT_SEARCH, SLOT_SEARCH);
@@ -122,7 +125,7 @@ static int32_t NextNumber(Channel& ch)
     const char* const number = FindDigit(ch.SearchBuffer + ch.SearchCursor);
     const char* const behind = FindNonDigit(number);
     ch.SearchCursor = *behind == 0 ? SEARCH_AT_END : static_cast<int32_t>(behind - ch.SearchBuffer);
-    return static_cast<int32_t>(ParseReplyNumber(number));
+    return ParseReplyCount(number);
 }
 
 int32_t rynImapMsgNumber(uint32_t channel, int32_t mode)
@@ -159,6 +162,7 @@ int32_t rynImapSelectMB(uint32_t channel, const char* mailbox)
     if (mailbox == nullptr)
         return RYN_ERR_NULL_POINTER;
     Channel& ch = *ChannelTable[channel];
+    CloseFetchFiles(ch);
     CopyText(ch.MailboxName, mailbox, NameChars);
     ch.NextState = ST_IMAP_SELECT;
     return RunDriver(ch);

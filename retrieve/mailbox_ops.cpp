@@ -270,7 +270,7 @@ static int32_t AttachSource(Channel& ch, char protocol, const char* fileName)
     DetachFiles(ch);
     CloseChannelSocket(ch); // it would be out of reach behind the file
     ch.Protocol = protocol;
-    ch.NextState = ST_IDLE; // a fetch that still runs is over
+    StopDriver(ch); // a fetch that still runs is over
     ResetRetrieval(ch);
     const int32_t vs = ch.ChannelNumber;
     const int32_t result = vsOpenSource(vs, fileName);

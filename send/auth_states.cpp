@@ -44,7 +44,7 @@ static int32_t SendSecret(Channel& ch, int32_t count)
 }
 
 // Reads the verdict on a login and ends the connect.
-static int32_t ReadVerdict(Channel& ch, const char* logLine)
+static int32_t ReadLoginVerdict(Channel& ch, const char* logLine)
 {
     int32_t leave = 0;
     if (!ReadReplyOrLeave(ch, leave))
@@ -105,7 +105,7 @@ int32_t AuthCramResponse(Channel& ch, uint32_t)
 
 int32_t AuthCramReply(Channel& ch, uint32_t)
 {
-    return ReadVerdict(ch, "AUTH CRAM-MD5 ok\r\n");
+    return ReadLoginVerdict(ch, "AUTH CRAM-MD5 ok\r\n");
 }
 
 // --- LOGIN ---
@@ -145,7 +145,7 @@ int32_t AuthLoginPassword(Channel& ch, uint32_t)
 
 int32_t AuthLoginReply(Channel& ch, uint32_t)
 {
-    return ReadVerdict(ch, "AUTH LOGIN ok\r\n");
+    return ReadLoginVerdict(ch, "AUTH LOGIN ok\r\n");
 }
 
 // --- PLAIN (RFC 4616) ---
@@ -176,7 +176,7 @@ int32_t AuthPlainSend(Channel& ch, uint32_t)
 
 int32_t AuthPlainReply(Channel& ch, uint32_t)
 {
-    return ReadVerdict(ch, "AUTH PLAIN ok\r\n");
+    return ReadLoginVerdict(ch, "AUTH PLAIN ok\r\n");
 }
 
 // --- XOAUTH2 ---

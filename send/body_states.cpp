@@ -297,6 +297,7 @@ int32_t MsgEnd(Channel& ch, uint32_t)
 int32_t MsgEndReply(Channel& ch, uint32_t)
 {
     constexpr uint32_t VerdictWait = 1000;
+    constexpr uint32_t LeastVerdict = 200; // below it a code is not whole
     osYield();
     if (ChannelDataReady(ch, VerdictWait) == 0)
         return Wait(ch);
@@ -304,8 +305,8 @@ int32_t MsgEndReply(Channel& ch, uint32_t)
     if (result < 0)
         return FailState(ch, 0, result);
     // Elsewhere a server that has closed is found out by the next send. None follows here, and a
-    // message without a verdict must not pass for one that was taken.
-    if (ch.ReplyCode == 0 && ch.TargetMode == 0)
+    // message without a verdict, or with half of one, must not pass for one that was taken.
+    if (ch.ReplyCode < LeastVerdict && ch.TargetMode == 0)
         return FailState(ch, RYN_ERR_SOCK_CLOSED, RYN_ERR_SOCK_WRITE);
     return Finish(ch);
 }

@@ -83,7 +83,7 @@ static int32_t CopyFileLists(Channel& ch, const Message& message)
 // Forgets the message before; what lasts from send to send is not touched.
 static void ResetMessage(Channel& ch, bool isHtml, bool isForward)
 {
-    ch.NextState = ST_IDLE; // a send that still runs is over: its texts are about to go
+    StopDriver(ch); // a send that still runs is over: its texts are about to go
     ch.IsHtml = isHtml ? 1 : 0;
     ch.IsForward = isForward ? 1 : 0;
     ch.MsgBytesRead = ch.AttachBytesRead = ch.MsgBytesSent = ch.AttachBytesSent = 0;
@@ -154,7 +154,7 @@ int32_t rynForwardEmail(uint32_t channel, const char* to, const char* cc, const 
 // Forgets a send that still runs: its rest must not go elsewhere.
 static void DropSend(Channel& ch)
 {
-    ch.NextState = ST_IDLE;
+    StopDriver(ch);
     CloseTransferFiles(ch);
 }
 
@@ -216,7 +216,7 @@ int32_t rynVerifyUser(uint32_t channel, const char* addresses)
     LogText(&ch, "*** rynVerifyUser\r\n");
     if (!IsGiven(addresses))
         return RYN_ERR_NO_RECIPIENT;
-    ch.NextState = ST_IDLE; // a send that still runs is over: its list is about to go
+    StopDriver(ch); // a send that still runs is over: its list is about to go
     ch.RecipientCursor = AllocAndCopy(ch.ChannelNumber, SLOT_TO, addresses);
     if (ch.RecipientCursor == nullptr)
         return RYN_ERR_NO_MEMORY;

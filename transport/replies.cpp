@@ -52,21 +52,28 @@ int32_t ReadSmtpReply(Channel& ch)
             return count;
         if (ch.ReplyCode == 0)
             ch.ReplyCode = ParseReplyNumber(cursor);
+        const bool isLast = EndsReply(cursor);
         if (ch.ReplyCode >= FirstRefusal) {
-            ch.RefusalIsOpen = EndsReply(cursor) ? 0 : 1;
+            ch.OpenReply = !isLast ? REST_LINES : ch.LineIsOpen != 0 ? REST_OF_LINE : REST_NONE;
             return RYN_ERR_SMTP_REPLY;
         }
         if (*cursor == 0) {
             osSleep(EmptyPause);
             continue;
         }
-        if (EndsReply(cursor))
+        if (isLast && (ch.LineIsOpen == 0 || count < capacity - 1))
             return 0;
+        if (isLast) { // the rest of a cut line would be read as the next reply
+            ch.OpenReply = REST_OF_LINE;
+            return RYN_ERR_RESPONSE_OVERFLOW;
+        }
         const int32_t length = TextLength(cursor);
         cursor += length;
         capacity -= length;
-        if (capacity < 2)
+        if (capacity < 2) {
+            ch.OpenReply = REST_LINES;
             return RYN_ERR_RESPONSE_OVERFLOW;
+        }
     }
     return 0;
 }
@@ -92,13 +99,16 @@ static bool DropLine(Channel& ch, uint32_t deadline, bool& isLastOut)
     }
 }
 
-void DropRefusalRest(Channel& ch)
+void DropReplyRest(Channel& ch)
 {
     const uint32_t deadline = TickAfter(osTickCount(), ReplyTimeout);
+    const bool wasLast = ch.OpenReply == REST_OF_LINE;
     bool isLast = false;
+    if (ch.LineIsOpen != 0 && DropLine(ch, deadline, isLast))
+        isLast = wasLast;
     while (!isLast && DropLine(ch, deadline, isLast)) {
     }
-    ch.RefusalIsOpen = 0;
+    ch.OpenReply = REST_NONE;
 }
 
 int32_t ReadPop3Reply(Channel& ch)

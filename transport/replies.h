@@ -18,7 +18,7 @@ int32_t ReadSmtpReply(Channel& ch);
 
 // Reads and drops what is left of a refusal, for ReplyTimeout at most: called where the dialogue
 // goes on behind one.
-void DropRefusalRest(Channel& ch);
+void DropReplyRest(Channel& ch);
 
 // A POP3 reply of one line: 0, also when the server has closed; RYN_ERR_POP3_REPLY,
 // RYN_ERR_TIMED_OUT. ReplyCode is 100 or 500.

@@ -7,6 +7,7 @@
 #include "frame/settings.h"
 #include "platform/platform.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cstring>
 
@@ -30,6 +31,7 @@ static std::atomic<int32_t> FileError = 0;
 struct WriteGather {
     int32_t Count;    // bytes that wait
     uint8_t IsActive; // 1 = writes are gathered
+    uint8_t IsBroken; // 1 = the disk has refused some of them
     char Bytes[WriteGatherBytes];
 };
 static WriteGather Gathers[TableSize];
@@ -52,11 +54,12 @@ void ShowNotice(const char* text)
 static int32_t StoreInFreeEntry(int32_t value)
 {
     for (int32_t handle = 1; handle < TableSize; handle++) {
-        // Whoever gave the entry up has done with what is gathered beneath it.
-        if (FileTable[handle].load(std::memory_order_acquire) == 0) {
-            FileTable[handle].store(value, std::memory_order_relaxed);
+        // Whoever gave the entry up has done with what is gathered beneath it. Operations without a
+        // channel take entries beside the lock.
+        int32_t none = 0;
+        if (FileTable[handle].compare_exchange_strong(none, value, std::memory_order_acquire,
+                                                      std::memory_order_relaxed))
             return handle;
-        }
     }
     return 0;
 }
@@ -147,8 +150,7 @@ static int32_t OpenMemoryFile(const char* name, const char* separator)
         return index;
     const int32_t value = MemoryMark + index;
     const ptrdiff_t length = separator - name;
-    const int shown =
-        length < ptrdiff_t{ FormatCapacity } ? static_cast<int>(length) : FormatCapacity;
+    const int shown = static_cast<int>(std::min(length, ptrdiff_t{ FormatCapacity }));
     char notice[FormatCapacity];
     FormatText(notice, sizeof notice, "u_Open: Index=%d, FilePtr='%.*s', Handle=%08x", index, shown,
                name, static_cast<uint32_t>(value));
@@ -227,7 +229,8 @@ static void WriteGathered(int32_t handle, int32_t file)
     WriteGather& gather = Gathers[handle];
     if (gather.Count == 0)
         return;
-    osFileWrite(file, gather.Bytes, gather.Count);
+    if (osFileWrite(file, gather.Bytes, gather.Count) != gather.Count)
+        gather.IsBroken = 1;
     gather.Count = 0;
 }
 
@@ -236,6 +239,8 @@ static int32_t GatherBytes(int32_t handle, int32_t file, const void* bytes, int3
     WriteGather& gather = Gathers[handle];
     if (count > WriteGatherBytes - gather.Count)
         WriteGathered(handle, file);
+    if (gather.IsBroken != 0) // no hole: the file ends where the disk did
+        return 0;
     if (count > WriteGatherBytes) {
         const int32_t result = osFileWrite(file, bytes, count);
         return result < 0 ? 0 : result;
@@ -293,6 +298,7 @@ void u_Close(int32_t handle)
     else {
         WriteGathered(handle, entry);
         Gathers[handle].IsActive = 0;
+        Gathers[handle].IsBroken = 0;
         osFileClose(entry);
     }
     FileTable[handle].store(0, std::memory_order_release);

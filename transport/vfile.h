@@ -19,7 +19,7 @@ int32_t u_Open(const char* name, int32_t mode, bool utf8);
 constexpr int32_t FILE_OF_HOST = 0;
 constexpr int32_t FILE_OF_PEER = 1; // a message has named it: neither a link nor a device is opened
 
-// Tells what u_Open would for a name, without notice or trace: 0 or above if it can be opened.
+// Tells what u_Open would for a name, without a trace: 0 or above if it can be opened.
 int32_t u_Probe(const char* name);
 
 // Makes a new empty file for writing: as u_Open, with RYN_ERR_CANNOT_CREATE_FILE.
@@ -33,7 +33,8 @@ int32_t u_Read(int32_t handle, void* buffer, int32_t count);
 int32_t u_Write(int32_t handle, const void* bytes, int32_t count);
 
 // From here on what is written to the file waits beneath its handle, up to WriteGatherBytes, for
-// u_Flush or u_Close. A failure shows in the bytes written by a later u_Write, or not at all.
+// u_Flush or u_Close. Once the disk has refused any of it a later u_Write answers 0; a refusal of the
+// last of it is not told.
 constexpr int32_t WriteGatherBytes = 32768;
 void u_GatherWrites(int32_t handle);
 void u_Flush(int32_t handle);

@@ -243,7 +243,10 @@ int32_t vsConnect(int32_t vs, const char* name, uint16_t port)
     ForgetLooks(*record); // an unconnected socket looks writable
     const int32_t status = osSocketConnect(record->Socket, record->RemoteIP, port);
     vsLogFormat(*record, "connect(%d) returns %d\r\n", record->Socket, status < 0 ? -1 : 0);
-    return status < 0 && status != RYN_WSAEWOULDBLOCK ? status : VS_OK;
+    if (status >= 0 || status == RYN_WSAEWOULDBLOCK)
+        return VS_OK;
+    record->HasFailed = 1;
+    return status;
 }
 
 int32_t vsSetBlocking(int32_t vs, bool blocking)
@@ -264,8 +267,8 @@ int32_t vsSetBlocking(int32_t vs, bool blocking)
 static int32_t Look(VSockRecord& record)
 {
     int32_t answers = osSocketPoll(record.Socket);
-    if (answers < 0) // whoever goes on is told what is wrong
-        answers = OS_POLL_READ | OS_POLL_WRITE | OS_POLL_EXCEPT;
+    if (answers < 0) // the system can't tell now: whoever waits asks again, within its deadline
+        answers = 0;
     record.KnownWritable = (answers & OS_POLL_WRITE) != 0;
     record.KnownReadable = (answers & OS_POLL_READ) != 0;
     record.KnownSilent = record.KnownReadable == 0;
@@ -303,7 +306,8 @@ static bool HasGone(VSockRecord& record)
     const int32_t result = osSocketPeek(record.Socket, &byte, 1);
     if (result >= 1 || result == RYN_WSAEWOULDBLOCK)
         return false;
-    record.HasFailed = static_cast<uint8_t>(result < 0);
+    if (result < 0)
+        record.HasFailed = 1;
     return true;
 }
 

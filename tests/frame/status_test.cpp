@@ -117,7 +117,10 @@ TEST_F(StatusTest, NotesTheFileThatFailed)
 {
     HostAttach(2);
     const string fifty = "12345678901234567890123456789012345678901234567890";
-    const string rows[][2] = { { "@b.txt", "b.txt" }, { "x" + fifty, "x" + fifty.substr(0, 49) } };
+    const string rows[][2] = { { "@b.txt", "b.txt" },
+                               { "x" + fifty, "x" + fifty.substr(0, 49) },
+                               { "@missing.txt\r\nrest", "missing.txt" },
+                               { "\nrest", "" } };
     for (const auto& row : rows) {
         NoteOpenFailure(row[0].c_str());
         EXPECT_EQ(HostErrorText(0, RYN_ERR_CANNOT_OPEN_FILE), "Cannot open file " + row[1]);

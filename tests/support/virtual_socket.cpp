@@ -30,7 +30,7 @@ static constexpr size_t WindowSize = 64 * 1024;
 static constexpr int FirstHandle = 500;             // far from any descriptor of the process
 static constexpr uint32_t ConnectPatience = 127000; // ms, how long a blocking connect tries
 
-enum LinkState { LINK_NEW, LINK_CONNECTING, LINK_CONNECTED, LINK_FAILED };
+enum LinkState { LINK_NEW, LINK_CONNECTING, LINK_CONNECTED, LINK_FAILED, LINK_FAILURE_TOLD };
 
 struct Link {
     LinkState State = LINK_NEW;
@@ -247,12 +247,14 @@ int32_t osSocketConnect(int32_t handle, uint32_t address, uint16_t port)
     for (uint32_t waited = 0; link->State == LINK_CONNECTING; ++waited) {
         DecideConnect(*link);
         if (link->State == LINK_CONNECTING && waited >= ConnectPatience) {
-            link->State = LINK_FAILED;
+            link->State = LINK_NEW;
             return TimedOut;
         }
         if (link->State == LINK_CONNECTING)
             VirtualClockAdvance(1);
     }
+    if (link->State == LINK_FAILED)
+        link->State = LINK_NEW; // the failure is told here, and the socket is as new
     return rule.Status;
 }
 
@@ -283,7 +285,7 @@ int32_t osSocketPoll(int32_t handle)
     if (link->State == LINK_FAILED || link->WasReset)
         return OS_POLL_READ | OS_POLL_WRITE | OS_POLL_EXCEPT;
     if (link->State != LINK_CONNECTED)
-        return link->State == LINK_NEW ? OS_POLL_READ | OS_POLL_WRITE : 0;
+        return link->State == LINK_CONNECTING ? 0 : OS_POLL_READ | OS_POLL_WRITE;
     int32_t answers = 0;
     if (!link->ToClient.empty() || link->ServerClosed)
         answers |= OS_POLL_READ;
@@ -307,8 +309,12 @@ static int32_t ReadBytes(int32_t handle, void* buffer, int32_t count, bool keep)
         return NotSocket;
     if (buffer == nullptr || count < 0)
         return Invalid;
+    if (link->State == LINK_FAILED) { // a system tells it to the first who reads, then only the end
+        link->State = LINK_FAILURE_TOLD;
+        return link->ConnectStatus;
+    }
     if (link->State != LINK_CONNECTED)
-        return NotConnected;
+        return link->State == LINK_FAILURE_TOLD ? 0 : NotConnected;
     if (FaultStrikes(FAULT_RECEIVE))
         return Reset;
     if (const int32_t status = StatusOfRead(*link); status < 0)

@@ -140,6 +140,38 @@ TEST_F(VFileTest, ReadersShareAndAWriterIsAlone)
     u_Close(anew);
 }
 
+// Once the disk has refused a write nothing is written behind the hole, whatever comes.
+TEST_F(VFileTest, GatheredWritesEndWhereTheDiskDid)
+{
+    const string half(WriteGatherBytes / 2, 'x'), over(WriteGatherBytes + 1, 'o');
+    for (const int nth : { 1, 2, 3 }) {
+        for (const bool lasting : { true, false }) {
+            SCOPED_TRACE(std::to_string(nth) + (lasting ? " and on" : ""));
+            const int32_t handle = Create("file");
+            const auto write = [&](const string& bytes) {
+                return u_Write(handle, bytes.data(), static_cast<int32_t>(bytes.size()));
+            };
+            u_GatherWrites(handle);
+            lasting ? FaultArmFrom(FAULT_WRITE, nth) : FaultArm(FAULT_WRITE, nth);
+            for (int i = 0; i < 2 * nth; i++)
+                EXPECT_EQ(write(half), WriteGatherBytes / 2);
+            for (const string& bytes : { half, over, string("y"), half, half })
+                EXPECT_EQ(write(bytes), 0);
+            u_Flush(handle);
+            FaultDisarm();
+            EXPECT_EQ(write("z"), 0);
+            u_Close(handle);
+            const auto whole = static_cast<size_t>((nth - 1) * WriteGatherBytes);
+            EXPECT_EQ(ReadWholeFile(Path("file")), string(whole, 'x'));
+            const int32_t anew = Create("file"); // which has the same handle
+            u_GatherWrites(anew);
+            EXPECT_EQ(u_Write(anew, "new", 3), 3);
+            u_Close(anew);
+            EXPECT_EQ(ReadWholeFile(Path("file")), "new");
+        }
+    }
+}
+
 TEST_F(VFileTest, NamesMayBeUtf8AndThenHoldAStar)
 {
     const string name = "caf\xC3\xA9\xE2\x82\xAC*3";

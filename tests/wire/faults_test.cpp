@@ -75,7 +75,7 @@ TEST_F(FaultsTest, BoundsWhatAServerMaySay)
         { "endless continuation", "! flood 220-x\\r\\n 0", RYN_ERR_RESPONSE_OVERFLOW },
         { "endless line", "! flood x 0", RYN_ERR_RESPONSE_OVERFLOW },
         { "endless empty lines", "! flood \\r\\n 0", RYN_ERR_RESPONSE_OVERFLOW },
-        { "endless zero bytes", "! flood \\x00 0", 0 },
+        { "endless zero bytes", "! flood \\x00 0", RYN_ERR_RESPONSE_OVERFLOW },
         { "no number, then silence", "S: hello there\n! silence", RYN_ERR_TIMED_OUT },
         { "half a line, then silence", hi + "S- 25\n! silence", 0 },
         { "huge number", "S: 99999999999999999999 x\n", RYN_ERR_SMTP_REPLY },
@@ -104,6 +104,48 @@ TEST_F(FaultsTest, KeepsTheHeadOfAnOverlongReply)
     PeerScript(HostPort, greeting + "S: 220 end\nC: HELO x.example\nS: 250 ok\n" + ByeScript());
     EXPECT_EQ(Connect(), 0); // 6610 bytes of greeting fit
     EXPECT_EQ(Close(), 0);
+}
+
+// What follows in a line that the buffer has cut is no reply, whatever it looks like.
+TEST_F(FaultsTest, TakesNoRestOfAnOverlongLineForAReply)
+{
+    const std::string text(8187, 'x'), rest = "abc def\n", data = "C: DATA\nS: 354 go\n";
+    const std::string first = "C: MAIL FROM:<a@x.example>\nS: 250 ok\nC: RCPT TO:<b@1>\nS: ";
+    const std::string second = first + "250 ok\nC: RCPT TO:<b@2>\nS: ";
+    const std::string taken = data + "C...\nC: .\nS: 250 taken\n";
+    constexpr int32_t overflow = RYN_ERR_RESPONSE_OVERFLOW, refused = RYN_ERR_SMTP_REPLY;
+    const struct {
+        const char* What;
+        std::string Script;
+        int32_t Status;
+        uint32_t Ignore = 0;
+        const char* LastReply = nullptr; // behind the farewell
+    } rows[] = {
+        { "as long as fits", second + "250 " + text.substr(2) + "\n" + taken, 0 },
+        { "a line end too long", second + "250 " + text.substr(1) + "\n", overflow },
+        { "yes", second + "250 " + text + rest, overflow },
+        { "yes behind a line", second + "250-a\nS: 250 " + text.substr(7) + rest, overflow },
+        { "no", second + "550 " + text + rest, refused, 0, "221 bye\r\n" },
+        { "no, ignored", second + "550 " + text + rest + taken, 0, 1, "221 bye\r\n" },
+        { "nobody", first + "550 " + text + rest + "C: RSET\nS: 250 reset\n", 0, 1, "221 bye\r\n" },
+        { "no, begun", second + "550-" + text + rest + "S: 550 no\n" + taken, 0, 1, "221 bye\r\n" },
+        { "no, ends in it", second + "550-" + text + "550 x\nS: 550 no\n" + taken, 0, 1,
+          "221 bye\r\n" },
+    };
+    for (const auto& row : rows) {
+        for (const char* way : { "whole", "byte by byte", "manual" }) {
+            SCOPED_TRACE(std::string(row.What) + " " + way);
+            const bool manual = Begin(OpenScript() + row.Script + ByeScript(), way);
+            HostSet(0, RYN_IGNORE_RCPT_REFUSAL, row.Ignore);
+            HostSet(0, RYN_REPLY_TIMEOUT, 3600 * 1000); // a byte a turn takes its time
+            EXPECT_EQ(Connect(manual), 0);
+            EXPECT_EQ(Send({ "<b@1>;<b@2>" }, manual), row.Status);
+            Close(manual);
+            if (row.LastReply != nullptr) {
+                EXPECT_EQ(HostDebug(0, RYN_DEBUG_LAST_REPLY), row.LastReply);
+            }
+        }
+    }
 }
 
 TEST_F(FaultsTest, EndsWhenTheServerStopsReading)
@@ -191,4 +233,24 @@ TEST_F(FaultsTest, AFullDiskUnderTheLogChangesNoResult)
     FaultArmFrom(FAULT_WRITE, 1);
     Deliver({});
     EXPECT_TRUE(FaultDisarm());
+}
+
+// An overlong yes fails the send; the next one on the same connection gets its own replies.
+TEST_F(FaultsTest, ASendBehindAnOverlongReplyGetsItsOwnReplies)
+{
+    const std::string text(8187, 'x'), lines = Repeat("S: 250-" + std::string(60, 'x') + "\n", 200);
+    for (const std::string& yes : { "S: 250 " + text + "abc def\n", lines + "S: 250 end\n" }) {
+        for (const char* way : { "whole", "manual" }) {
+            SCOPED_TRACE(yes.substr(0, 9) + way);
+            const bool manual = Begin(OpenScript() + "C: MAIL FROM:<a@x.example>\n" + yes +
+                                          EnvelopeScript({ "<b@y.example>" }) +
+                                          "C...\nC: .\nS: 554 refused\n" + ByeScript(),
+                                      way);
+            EXPECT_EQ(Connect(manual), 0);
+            EXPECT_EQ(Send({}, manual), RYN_ERR_RESPONSE_OVERFLOW);
+            EXPECT_EQ(Send({}, manual), RYN_ERR_SMTP_REPLY);
+            EXPECT_EQ(HostDebug(0, RYN_DEBUG_LAST_REPLY), "554 refused\r\n");
+            EXPECT_EQ(Close(manual), 0);
+        }
+    }
 }

@@ -94,6 +94,24 @@ TEST_F(StallTest, ABrokenConnectionNeverPassesForASentMessage)
     }
 }
 
+TEST_F(StallTest, HalfAVerdictIsNone)
+{
+    for (const char* verdict : { "", "2", "25", "5", "55" }) {
+        for (const char* ending : { "! silence", "! close", "! reset" }) {
+            for (const char* way : { "whole", "manual" }) {
+                SCOPED_TRACE(std::string(verdict) + " " + ending + " " + way);
+                const bool manual = Begin(OpenScript() + EnvelopeScript({ "<b@y.example>" }) +
+                                              "C...\nC: .\nS- " + verdict + "\n" + ending,
+                                          way);
+                EXPECT_EQ(Connect(manual), 0);
+                const bool isMute = *verdict == 0 && ending[2] == 's';
+                EXPECT_EQ(Send({}, manual), isMute ? RYN_ERR_TIMED_OUT : RYN_ERR_SOCK_WRITE);
+                EXPECT_EQ(rynAbort(0), 1);
+            }
+        }
+    }
+}
+
 TEST_F(StallTest, ATestConnectBehindASessionWaitsForItsGreeting)
 {
     HostAttach();
@@ -110,15 +128,77 @@ TEST_F(StallTest, ATestConnectBehindASessionWaitsForItsGreeting)
 
 TEST_F(StallTest, AFailedConnectIsToldUntilTheNext)
 {
-    HostAttach();
-    HostSet(0, RYN_BLOCKING_CONNECT, 0);
-    HostSet(0, RYN_AUTO_CALL_DRIVER, 0);
-    VirtualSetConnect(HostPort, -10061, 50);
-    EXPECT_EQ(rynSmtpConnect(0, "server.test", Sender, nullptr), 0);
-    const std::vector<int32_t> results = HostDrive(0);
-    EXPECT_EQ(results.back(), RYN_ERR_TIMED_OUT);
-    EXPECT_EQ(rynStatistics(0, RYN_STAT_SOCKET_STATE), RYN_ERR_CONNECT_FAILED);
-    EXPECT_EQ(rynAbort(0), 1);
+    const struct {
+        const char* What;
+        uint32_t Blocks;
+        int32_t Rule, Result, State;
+    } rows[] = {
+        { "refused later", 0, -10061, RYN_ERR_TIMED_OUT, RYN_ERR_CONNECT_FAILED },
+        { "refused at once", 1, -10061, RYN_ERR_CONNECT_FAILED, RYN_ERR_CONNECT_FAILED },
+        { "refused at first", 1, 0, 0, 1 },
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.What);
+        Renew();
+        HostAttach();
+        SinkListen(HostPort);
+        HostSet(0, RYN_BLOCKING_CONNECT, row.Blocks);
+        HostSet(0, RYN_AUTO_CALL_DRIVER, 0);
+        VirtualSetConnect(HostPort, row.Rule, 50);
+        if (row.Rule == 0)
+            FaultArm(FAULT_CONNECT, 1);
+        EXPECT_EQ(Connect(true), row.Result);
+        FaultDisarm();
+        for (int i = 0; i < 3; i++) // the system tells it once
+            EXPECT_EQ(rynStatistics(0, RYN_STAT_SOCKET_STATE), row.State);
+        EXPECT_EQ(rynAbort(0), 1);
+    }
+}
+
+// A send waits for a reply. What takes its place, or ends it, has no time from it.
+TEST_F(StallTest, NothingInheritsADeadline)
+{
+    for (const bool closes : { true, false }) {
+        SCOPED_TRACE(closes);
+        Begin(OpenScript() + "C: MAIL FROM:<a@x.example>\n" + ByeScript(), "manual");
+        EXPECT_EQ(Connect(true), 0);
+        EXPECT_EQ(rynSendEmail(0, "<b@y.example>", nullptr, nullptr, "s", "m", nullptr), 0);
+        for (int i = 0; i < 200; i++)
+            EXPECT_GT(rynDriver(0), 0);
+        if (!closes) {
+            EXPECT_EQ(rynSendEmail(0, nullptr, nullptr, nullptr, "s", "m", nullptr),
+                      RYN_ERR_NO_RECIPIENT);
+        }
+        VirtualClockAdvance(60000);
+        if (!closes) {
+            EXPECT_EQ(rynDriver(0), 0);
+        }
+        EXPECT_EQ(Close(true), 0);
+    }
+}
+
+TEST_F(StallTest, ATimeOutHasNoGreatestValue)
+{
+    for (const uint32_t timeout : { 0xFFFFFFFFu, 0x80000000u, 0x7FFFFFFFu }) {
+        SCOPED_TRACE(timeout);
+        for (const bool manual : { false, true }) {
+            Begin("S: 220 ready\nC: HELO x.example\nS- 250 he\n! wait 600\nS: llo\n" + ByeScript(),
+                  manual ? "manual" : "whole");
+            HostSet(0, RYN_REPLY_TIMEOUT, timeout);
+            EXPECT_EQ(Connect(manual), 0);
+            EXPECT_EQ(HostDebug(0, RYN_DEBUG_LAST_REPLY), "250 hello\r\n");
+            EXPECT_EQ(Close(manual), 0);
+        }
+        Renew();
+        HostAttach();
+        PeerScript(1143, "S- * OK re\n! wait 600\nS: ady\nC~ .* LOGIN u p\nS- {T} \n! wait 600\n"
+                         "S: OK\nC: {T} SELECT InBox\nS: * 3 EXISTS\n! wait 600\nS: {T} OK\n");
+        HostSet(0, RYN_IMAP_PORT, 1143);
+        HostSet(0, RYN_REPLY_TIMEOUT, timeout);
+        EXPECT_EQ(rynImapConnect(0, "server.test", "u", "p"), 0);
+        EXPECT_EQ(rynGetEmailCount(0), 3);
+        EXPECT_EQ(rynAbort(0), 1);
+    }
 }
 
 TEST_F(StallTest, TheRestOfARefusalIsDroppedBeforeTheNextCommand)

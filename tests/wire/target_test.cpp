@@ -90,3 +90,40 @@ TEST_F(TargetTest, DropsAConnectionAndKeepsOffAnothers)
     EXPECT_EQ(rynIsConnected(0), 1);
     EXPECT_EQ(Close(false, 0), 0);
 }
+
+TEST_F(TargetTest, EndsByATestConnectAsAStoredMessageDoes)
+{
+    const std::string out = Path("out"), mail = Path("mail");
+    WriteWholeFile(mail, "Subject: s\r\n\r\nbody\r\n");
+    for (const bool isSource : { false, true }) {
+        for (const bool hasServer : { true, false }) {
+            SCOPED_TRACE(std::to_string(isSource) + std::to_string(hasServer));
+            Renew();
+            HostAttach(2); // the socket of the test connect stays open
+            const auto attach = [&] {
+                return isSource ? rynPop3Source(0, mail.c_str())
+                                : rynSmtpTarget(0, out.c_str(), Sender, nullptr);
+            };
+            const uint32_t port = hasServer ? 2526 : 1;
+            const int32_t outcome = hasServer ? 9 : RYN_WSAECONNREFUSED;
+            char greeting[64] = "";
+            if (hasServer)
+                PeerScript(2526, std::string("S: 220 ready\n") + (isSource ? "C: RETR 1\n" : ""));
+            PeerScript(HostPort, Conversation(HeadScript() + "C: one\nC: two\n"));
+            EXPECT_EQ(attach(), 1);
+            EXPECT_EQ(rynTestConnect(0, "server.test", port, greeting, 63), outcome);
+            EXPECT_EQ(rynIsConnected(0), hasServer ? 1 : RYN_ERR_NO_SUCH_VSOCK);
+            if (isSource) { // the file is gone, and it is a server that is asked
+                EXPECT_EQ(rynGetEmailFile(0, 1, "got", Folder.c_str(), Folder.c_str()),
+                          hasServer ? RYN_ERR_TIMED_OUT : RYN_ERR_SOCK_READ);
+                EXPECT_EQ(ReadWholeFile(Path("got")), "");
+            }
+            EXPECT_EQ(Connect(), 0);
+            EXPECT_EQ(rynIsConnected(0), 1);
+            EXPECT_EQ(Send({}), 0);
+            EXPECT_EQ(Close(), 0);
+            EXPECT_EQ(rynIsConnected(0), RYN_ERR_NO_SUCH_VSOCK);
+            EXPECT_EQ(ReadWholeFile(out), "");
+        }
+    }
+}
