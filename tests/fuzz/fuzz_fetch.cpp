@@ -45,6 +45,9 @@ FetchSettings ApplySettings(const FuzzSettings& settings)
     Set(RYN_ATTACH_COUNTER, bytes[2] & 4 ? 100u : 0u);
     Default(RYN_USE_APOP, bytes[2] & 16);
     Default(RYN_BLOCKING_CONNECT, (bytes[2] & 32) == 0);
+    Default(RYN_EXPUNGE_ON_CLOSE, true);
+    Default(RYN_IMAP_PARTIAL, false);
+    Default(RYN_IMAP_TRACE, false);
     Set(RYN_ATTACH_DELIMITER, ListDelimiter);
     Set(RYN_REPLY_TIMEOUT, FetchWait);
     Set(RYN_CONNECT_TIMEOUT, FetchWait);
@@ -217,8 +220,7 @@ void CompareWays(const std::string& message, const FuzzSettings& settings)
 
 // --- the honest message ---
 
-constexpr char HonestMessage[] = "+OK\r\n"
-                                 "From: Ann <a@b.example>\r\n"
+constexpr char HonestMessage[] = "From: Ann <a@b.example>\r\n"
                                  "To: b@c.example,\r\n"
                                  " d@e.example\r\n"
                                  "Subject: =?utf-8?q?H=C3=A9?=\r\n"
@@ -236,8 +238,12 @@ constexpr char HonestMessage[] = "+OK\r\n"
                                  "\r\n"
                                  "R0lG\r\n"
                                  "ODlh\r\n"
-                                 "--x1--\r\n"
-                                 ".\r\n";
+                                 "--x1--\r\n";
+
+static std::string HonestAnswer()
+{
+    return std::string("+OK\r\n") + HonestMessage + ".\r\n";
+}
 
 // The message file, but for the note that names the attachment's path.
 constexpr char HonestText[] = "From: Ann <a@b.example>\r\n"
@@ -260,21 +266,37 @@ void CheckHonestFetch()
 {
     ApplySettings({});
     const std::string path = Folders().Store + "/honest";
-    WriteFile(path, HonestMessage);
+    WriteFile(path, HonestAnswer());
     Require(rynPop3Source(0, path.c_str()) == 1, "an honest message is taken");
     Require(FetchTo(Folders().Attach, false) == 0, "an honest fetch works again");
     CheckHonestFiles();
     Require(rynClose(0) == 1, "the honest message is let go");
 }
 
-void CheckHonestSession()
+static void CheckHonestMailbox()
 {
-    ApplySettings({});
-    PeerServe(HonestMessage, 0, false);
-    Require(rynPop3Connect(0, PeerName, "user", "pass") == 0, "an honest login works again");
     Require(rynGetEmailCount(0) == 2, "an honest count works again");
     Require(rynGetEmailSize(0, 1) == 160, "an honest size works again");
     Require(FetchTo(Folders().Attach, false) == 0, "an honest fetch works again");
     CheckHonestFiles();
     Require(rynClose(0) == 0, "an honest farewell works again");
+}
+
+void CheckHonestPop3()
+{
+    ApplySettings({});
+    PeerServe(HonestAnswer(), 0, false);
+    Require(rynPop3Connect(0, PeerName, "user", "pass") == 0, "an honest login works again");
+    CheckHonestMailbox();
+}
+
+void CheckHonestImap()
+{
+    char found[16];
+    ApplySettings({});
+    PeerServe(std::string("* 1 FETCH (RFC822 {9}\r\n") + HonestMessage + ")\r\n", 0, false);
+    Require(rynImapConnect(0, PeerName, "user", "pass") == 0, "an honest login works again");
+    Require(rynImapSearch(0, "ALL", found, sizeof found) == 0 && strcmp(found, "SEARCH 1 2") == 0,
+            "an honest search works again");
+    CheckHonestMailbox();
 }

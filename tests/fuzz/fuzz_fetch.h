@@ -47,4 +47,5 @@ int32_t FinishDriving(int32_t result, bool isManual);
 // Puts all settings back and fetches an honest message with an attachment, which must come whole:
 // out of a file, or from a server behind an honest login.
 void CheckHonestFetch();
-void CheckHonestSession();
+void CheckHonestPop3();
+void CheckHonestImap();

@@ -7,16 +7,18 @@
 #include <algorithm>
 
 constexpr uint32_t WaitUnit = 10; // ms
+constexpr uint32_t TagChars = 12; // at most
 
 struct FuzzPeer {
     bool IsHonest;
     bool Closes;         // behind the message
     bool IsLeaving;      // closes when the outbox is empty
     size_t Piece;        // bytes at a time, 0 = all
-    std::string Message; // what RETR answers, or the script
+    std::string Message; // what a fetch answers, or the script
     size_t Next;         // in the script
     uint64_t WaitEnd;    // virtual ms spent; 0 = no wait
     int Link;            // 0 = nobody has connected
+    std::string Tag;     // of the last command
     std::string Input, Outbox;
     size_t Sent; // of the outbox
 };
@@ -53,13 +55,34 @@ static bool TakeCommand(std::string& lineOut)
     if (end == std::string::npos)
         return false;
     lineOut = Peer.Input.substr(0, end + 1);
+    Peer.Tag = lineOut.substr(0, lineOut.find_first_of(" \r\n"));
     Peer.Input.erase(0, end + 1);
     return true;
 }
 
 // --- the honest server ---
 
-static void Answer(const std::string& command)
+static void Greet(bool isImap)
+{
+    Peer.Outbox = isImap ? "* OK ready\r\n" : "+OK <1.2@server.test>\r\n";
+}
+
+static void AnswerImap(const std::string& command)
+{
+    const auto asks = [&](const char* word) { return command.find(word) != std::string::npos; };
+    if (asks(" SELECT "))
+        Peer.Outbox += "* 2 EXISTS\r\n";
+    else if (asks("RFC822.SIZE"))
+        Peer.Outbox += "* 1 FETCH (RFC822.SIZE 160)\r\n";
+    else if (asks("RFC822"))
+        Peer.Outbox += Peer.Message;
+    else if (asks(" SEARCH "))
+        Peer.Outbox += "* SEARCH 1 2\r\n";
+    Peer.Outbox += Peer.Tag + " OK\r\n";
+    Peer.IsLeaving = asks(" LOGOUT");
+}
+
+static void AnswerPop3(const std::string& command)
 {
     const std::string verb = command.substr(0, 4);
     if (verb == "STAT")
@@ -77,7 +100,7 @@ static void ServeTurn()
 {
     std::string command;
     while (!Peer.IsLeaving && TakeCommand(command))
-        Answer(command);
+        Peer.Tag.starts_with("RYN") ? AnswerImap(command) : AnswerPop3(command);
     if (!Deliver() || !Peer.IsLeaving)
         return;
     VirtualClose(Peer.Link);
@@ -109,7 +132,7 @@ static bool PlayEnd(bool isReset)
 
 static bool IsMark(char c)
 {
-    return c >= MARK_LINE && c <= MARK_PIECE;
+    return c >= MARK_LINE && c <= MARK_TAG;
 }
 
 static void FillOutbox()
@@ -147,6 +170,10 @@ static bool PlayStep()
     case MARK_PIECE:
         ++Peer.Next;
         return false;
+    case MARK_TAG:
+        ++Peer.Next;
+        Peer.Outbox = Peer.Tag.substr(0, TagChars);
+        return true;
     default:
         FillOutbox();
         return true;
@@ -171,10 +198,20 @@ static void PlayTurn()
 
 // --- turns ---
 
+static void Accept()
+{
+    for (const uint16_t port : { PeerPop3Port, PeerImapPort }) {
+        if (Peer.Link != 0)
+            return;
+        Peer.Link = VirtualAccept(port);
+        if (Peer.Link != 0 && Peer.IsHonest)
+            Greet(port == PeerImapPort);
+    }
+}
+
 static void PeerTurn()
 {
-    if (Peer.Link == 0)
-        Peer.Link = VirtualAccept(PeerPort);
+    Accept();
     if (Peer.Link == 0)
         return;
     Peer.Input += VirtualTake(Peer.Link);
@@ -192,7 +229,8 @@ static void Start(const std::string& message, size_t piece)
     Peer = {};
     Peer.Piece = piece == 0 ? 0 : std::max(piece, message.size() / MostPieces);
     Peer.Message = message;
-    VirtualListen(PeerPort);
+    VirtualListen(PeerPop3Port);
+    VirtualListen(PeerImapPort);
     VirtualClockOnTurn(PeerTurn);
 }
 
@@ -201,7 +239,6 @@ void PeerServe(const std::string& message, size_t piece, bool closes)
     Start(message, piece);
     Peer.IsHonest = true;
     Peer.Closes = closes;
-    Peer.Outbox = "+OK <1.2@server.test>\r\n";
 }
 
 void PeerPlay(const std::string& script, size_t piece)
@@ -215,6 +252,7 @@ uint32_t PeerWaits(const std::string& script, uint32_t pieceMs)
     for (const char c : script) {
         ms += c == MARK_WAIT ? WaitUnit * 255 : 0;
         ms += c == MARK_PIECE ? pieceMs : 0;
+        ms += c == MARK_TAG ? TagChars * pieceMs : 0;
     }
     return ms;
 }

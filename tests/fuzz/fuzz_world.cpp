@@ -17,6 +17,7 @@
 #include <set>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <vector>
 
 #if defined(__has_feature)
 #if __has_feature(address_sanitizer)
@@ -141,12 +142,18 @@ static bool IsForbidden(char c)
     return (c >= 1 && c <= 31) || strchr("\"*/:<=>?\\|", c) != nullptr;
 }
 
-static void CheckAndEmpty(const std::string& folder)
+static std::vector<std::string> AllFolders()
 {
-    for (const std::string& name : NamesIn(folder)) {
-        if (std::any_of(name.begin(), name.end(), IsForbidden))
-            Breach("no forbidden char in a file's name", name);
-        unlink((folder + "/" + name).c_str());
+    return { Folders().Mail, Folders().Attach, Folders().Store };
+}
+
+static void CheckNames()
+{
+    for (const std::string& folder : AllFolders()) {
+        for (const std::string& name : NamesIn(folder)) {
+            if (std::any_of(name.begin(), name.end(), IsForbidden))
+                Breach("no forbidden char in a file's name", name);
+        }
     }
 }
 
@@ -219,13 +226,30 @@ void Set(int32_t code, uint32_t value)
         Breach("a parameter is taken", std::to_string(code));
 }
 
-void WorldBegin(uint32_t startTick, uint32_t pollDelay)
+void WorldOpen(uint32_t startTick)
 {
     StampBefore = TreeStamp();
     VirtualClockReset(startTick);
     VirtualNetworkReset();
     BytesBefore = BytesAllocated.load();
     LowestDescriptor = FreeDescriptor();
+}
+
+void WorldClose()
+{
+    Require(VirtualOpenSockets() == 0, "no socket is left");
+    Require(BlocksAllocated.load() == BlocksFreed.load(), "no memory block is left");
+    Require(FreeDescriptor() == LowestDescriptor, "no descriptor is left");
+    Require(TreeStamp() == StampBefore, "no file outside the folders");
+    for (const std::string& folder : AllFolders()) {
+        for (const std::string& name : NamesIn(folder))
+            unlink((folder + "/" + name).c_str());
+    }
+}
+
+void WorldBegin(uint32_t startTick, uint32_t pollDelay)
+{
+    WorldOpen(startTick);
     PollDelay = pollDelay; // sockets take it over when the library attaches
     Require(rynAttach(1) == 999, "attach");
     ForbidNeighbours(*ChannelTable[0], true);
@@ -237,11 +261,7 @@ void WorldEnd()
     CheckRecord(ch);
     ForbidNeighbours(ch, false);
     rynRelease();
-    Require(VirtualOpenSockets() == 0, "no socket is left");
-    Require(BlocksAllocated.load() == BlocksFreed.load(), "no memory block is left");
     Require(BytesAllocated.load() - BytesBefore < MostMemory, "memory is bounded");
-    Require(FreeDescriptor() == LowestDescriptor, "no descriptor is left");
-    Require(TreeStamp() == StampBefore, "no file outside the folders");
-    for (const std::string* folder : { &Folders().Mail, &Folders().Attach, &Folders().Store })
-        CheckAndEmpty(*folder);
+    CheckNames();
+    WorldClose();
 }

@@ -20,12 +20,17 @@ struct WorldFolders {
 // The tree lives as long as the process.
 const WorldFolders& Folders();
 
-// A fresh clock and network, one channel attached. To the address sanitizer what lies behind the
+// A fresh clock and network, nothing attached; and what must hold once the library is released: no
+// sockets, blocks, descriptors or files are left. Empties the folders.
+void WorldOpen(uint32_t startTick);
+void WorldClose();
+
+// The same with one channel attached. To the address sanitizer what lies behind the
 // channel's work buffers is out of bounds.
 void WorldBegin(uint32_t startTick, uint32_t pollDelay);
 
-// Releases the library. Breaks off if sockets, blocks, descriptors or files are left, if a text of
-// the channel has run over its end, or if too much memory was asked for. Empties the folders.
+// Releases the library. Breaks off also if a text of the channel has run over its end, or if a file's
+// name has chars that it must not have.
 void WorldEnd();
 
 // The files of a folder by name; the bytes of one.
