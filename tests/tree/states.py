@@ -50,7 +50,9 @@ def rows():
 def command_rows():
     """Senders of argument-less commands and the states that read their replies."""
     text = read("send/envelope_states.cpp")
-    return dict(re.findall(r"\{ (ST_\w+), \"[A-Z]+\", (ST_\w+) \}", text))
+    rows = re.findall(r"\{ (ST_\w+), \"[A-Z]+\", (ST_\w+) \}", text)
+    rows += re.findall(r"\{ (ST_\w+), \"[^\"]+\", RYN_\w+, (ST_\w+) \}", read("retrieve/imap_states.cpp"))
+    return dict(rows)
 
 
 def targets(name, bodies, seen):
@@ -61,9 +63,10 @@ def targets(name, bodies, seen):
     body = bodies[name][0]
     found = set(re.findall(r"\bGo\(ch, (ST_\w+)\)", body))
     found |= set(re.findall(r"\bSend\w*AndGo\([^;]*?(ST_\w+)\)", body, re.S))
+    found |= set(re.findall(r"\bNextState = (ST_\w+);", body))
     if re.search(r"\bFinish\(ch\)", body):
         found.add("ST_IDLE")
-    for called in re.findall(r"\breturn (?:[^;]*?\? )?(\w+)\(", body) + re.findall(r": (\w+)\(ch\)", body):
+    for called in re.findall(r"\breturn (?:[^;]*?\? )?(\w+)\(", body) + re.findall(r": (\w+)\(ch\b", body):
         if called not in ("Go", "Finish", "FailState", "Stay", "Wait"):
             found |= targets(called, bodies, seen)
     return found
@@ -75,7 +78,7 @@ def draw():
     senders = command_rows()
     lines = []
     for state, title, handler in rows():
-        goes = {senders[state]} if handler == "SendCommand" else targets(handler, bodies, set())
+        goes = {senders[state]} if state in senders else targets(handler, bodies, set())
         ends = ", ".join(str(n) for n in sorted(number[g] for g in goes)) or "-"
         file = bodies[handler][1]
         lines.append(f"| {number[state]} | {title} | `{handler}` in {file} | {ends} |")
