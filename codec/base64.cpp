@@ -2,6 +2,7 @@
 // chars of a group when decoding.
 #include "codec/base64.h"
 
+#include <cstddef>
 #include <cstring>
 
 static constexpr char Alphabet[] =
@@ -124,7 +125,7 @@ int32_t DecodeBase64Line(const char* source, char* target, int32_t length)
     for (int32_t i = 0; i < groups; i++, chars += 4, place += 3)
         DecodeGroup(chars, place);
     memset(place, 0, 4); // the decoded bytes are always followed by zeros
-    return DecodedBytes(groups, source + 4 * groups);
+    return DecodedBytes(groups, source + ptrdiff_t{ 4 } * groups);
 }
 
 // Fills the carried group from the head of a line: the chars taken. It is whole at a Count of 4.
@@ -155,10 +156,10 @@ int32_t DecodeBase64Stream(Base64Carry& carry, char* line, char* target, int32_t
     const char* place = line + taken;
     const char* const end = line + length;
     for (; end - place >= 4; place += 4, groups++) {
-        DecodeGroup(reinterpret_cast<const uint8_t*>(place), target + 3 * groups);
+        DecodeGroup(reinterpret_cast<const uint8_t*>(place), target + ptrdiff_t{ 3 } * groups);
         groupEnd = place + 4;
     }
-    target[3 * groups] = 0;
+    target[ptrdiff_t{ 3 } * groups] = 0;
     const int32_t count = DecodedBytes(groups, groupEnd);
     carry.Count = static_cast<uint8_t>(end - place);
     memcpy(carry.Chars, place, carry.Count);

@@ -62,7 +62,7 @@ static void Transform(uint32_t (&state)[4], const uint8_t* block)
     for (unsigned step = 0; step < 64; step++) {
         unsigned word = 0;
         const uint32_t mixed =
-            a + Mix(step, b, c, d, word) + Sines[step] + ReadLittle(block + 4 * word);
+            a + Mix(step, b, c, d, word) + Sines[step] + ReadLittle(block + size_t{ 4 } * word);
         a = d;
         d = c;
         c = b;

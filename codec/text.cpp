@@ -171,6 +171,7 @@ int32_t FormatTextV(char* target, size_t capacity, const char* format, va_list a
     const size_t room = capacity < FormatCapacity ? capacity : FormatCapacity;
     if (room == 0)
         return 0;
+    // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): every caller has begun the list
     const int length = vsnprintf(target, room, format, arguments);
     if (length < 0) { // the text can't be formed at all
         target[0] = 0;

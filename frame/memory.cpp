@@ -84,6 +84,7 @@ int32_t BlockCheck(uint32_t row)
     const BlockRow& block = BlockTable[row];
     if (block.Handle == nullptr || block.Address == nullptr || block.Size == 0)
         return BLOCK_ERR_FREE;
+    // cppcheck-suppress nullPointerRedundantCheck ; a null address has returned above
     if (block.Address[0] != GuardBefore || block.Address[size_t{ block.Size } + 1] != GuardBehind)
         return BLOCK_ERR_GUARD;
     return 1;
@@ -202,7 +203,7 @@ char* AllocAndCopy(int32_t channel, int32_t slot, const char* text)
         return nullptr;
     }
     char* copy = static_cast<char*>(BlockPointer(row));
-    memcpy(copy, text, length);
+    memcpy(copy, text, length); // NOLINT(bugprone-not-null-terminated-result): blocks are zeroed
     return copy;
 }
 

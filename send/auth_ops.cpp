@@ -7,7 +7,7 @@
 static char* Append(char* place, const char* text)
 {
     const size_t length = strlen(text);
-    memcpy(place, text, length);
+    memcpy(place, text, length); // NOLINT(bugprone-not-null-terminated-result): more follows
     return place + length;
 }
 

@@ -60,8 +60,10 @@ static void RandomBytes(uint8_t* bytes, size_t count)
     const uint32_t seed = osTickCount() + 0x10000000;
     if (randomSeed.compare_exchange_strong(none, seed, std::memory_order_relaxed))
         srand(seed);
+    // It only has to be unlike other messages' ids, and glibc locks it.
     for (size_t i = 0; i < count; i++)
-        bytes[i] = static_cast<uint8_t>(rand());
+        bytes[i] = static_cast<uint8_t>(
+            rand()); // NOLINT(cert-msc30-c,cert-msc50-cpp,concurrency-mt-unsafe)
 }
 
 // Two lower-case digits a byte; text holds 2 * count + 1 bytes.
