@@ -639,7 +639,8 @@ RYN_API int32_t rynKillProgram(int32_t entry, int32_t exitCode);
  *          RYN_ERR_CANNOT_OPEN_FILE: a file, inside the message; RYN_ERR_NO_SUCH_PAGE_CODE: a name
  *          can't be encoded by RYN_FILENAME_PAGE_CODE; RYN_ERR_SOCK_WRITE: the connection broke, also
  *          in the place of the server's last reply; the two guards; what the driver reports. A failure inside the
- *          message leaves the server waiting for its end: close the channel
+ *          message leaves the server waiting for its end: close the channel. A file that can't be read to
+ *          its end, for a fault of the disk, counts as ended there: the message is short, the result 0
  * Note     text types by RYN_MESSAGE_TYPE: 0 plain RFC 822 text without MIME, 7-bit: other chars
  *          become '~'. All others are MIME and quoted-printable: 1 text/plain, 2 text/html,
  *          3 text/enriched; text/plain in 4 iso-8859-1, 5 iso-8859-8, 6 windows-1252,
@@ -809,7 +810,7 @@ RYN_API int32_t rynGetEmailLines(uint32_t channel, int32_t message, int32_t line
  * Note     with RYN_DECODE_MODE 1 nothing is decoded: the message goes to the raw copy, the message
  *          file stays empty. Without RYN_RAW_PREFIX that copy can't be made and the message is lost, with
  *          the result 0, and so is what a silent or refusing server leaves out. RYN_RAW_PREFIX makes a
- *          raw copy in any mode. A stored message has no raw copy; with RYN_DECODE_MODE 1 its lines go
+ *          raw copy in any mode; if its file can't be made there is none, with the result 0. A stored message has no raw copy; with RYN_DECODE_MODE 1 its lines go
  *          to the message file as they are. After a failure the files stay open until the next operation on the
  *          mailbox, rynClose or rynAbort. A line above 8191 bytes comes in pieces, each a line of its
  *          own to the decoder; zero bytes become blanks. Up to 9 boundaries are known at a time,

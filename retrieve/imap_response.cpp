@@ -111,17 +111,17 @@ static bool IsTraced()
     return ImapTrace == 1;
 }
 
-// Adds the line in hand to what a host can ask for.
-static void CollectLine(Channel& ch)
+// Adds the line in hand to what a host can ask for, behind the chars that it holds so far.
+static void CollectLine(Channel& ch, int32_t& collected)
 {
     const bool isFirst = ch.ChannelNumber == 0;
     char* const collector = isFirst ? ImapCollector : ch.LastReply;
     const int32_t capacity =
         isFirst ? CollectorChars : static_cast<int32_t>(sizeof ch.LastReply) - 1;
-    const int32_t before = TextLength(collector);
-    AppendText(collector, ch.ReplyBuffer, capacity);
+    const int32_t added = CopyText(collector + collected, ch.ReplyBuffer, capacity - collected);
     if (IsTraced())
-        LogFormat(ch, "-- Bytes=%d, n=%d\r\n", before, TextLength(collector) - before);
+        LogFormat(ch, "-- Bytes=%d, n=%d\r\n", collected, added);
+    collected += added;
 }
 
 static void EmptyCollector(Channel& ch)
@@ -195,6 +195,7 @@ int32_t ImapResponse(Channel& ch, ImapAnswer type, const char* key)
     int32_t best = NotThere;
     bool isSearchLine = false;
     EmptyCollector(ch);
+    int32_t collected = 0;
     if (IsTraced())
         LogFormat(ch, "ImapResponse(*,%c,'%s')\r\n", type, key == nullptr ? "(null)" : key);
     ch.DeadlineTick = 0;
@@ -206,7 +207,7 @@ int32_t ImapResponse(Channel& ch, ImapAnswer type, const char* key)
             return status;
         if (status == 0) // the line that closes a literal
             continue;
-        CollectLine(ch);
+        CollectLine(ch, collected);
         if (ch.LineIsPiece != 0) { // the rest of an overlong line is no line of the answer
             if (isSearchLine)
                 ParseSearchPiece(ch);

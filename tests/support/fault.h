@@ -17,7 +17,11 @@ enum FaultKind {
     FAULT_RECEIVE, // and peek
     FAULT_SEND,
     FAULT_ALLOCATE,
-    FAULT_KIND_COUNT
+    FAULT_KIND_COUNT,               // of those that every conversation meets
+    FAULT_SPAWN = FAULT_KIND_COUNT, // starting a program
+    FAULT_INSPECT,                  // fstat and fcntl
+    FAULT_UNLINK,
+    FAULT_ALL_COUNT
 };
 
 const char* FaultName(FaultKind kind);
@@ -30,6 +34,10 @@ void FaultArmFrom(FaultKind kind, int nth);
 
 // Ends counting and failing. True if a call has failed since it was armed.
 bool FaultDisarm();
+
+// While on, signals cut every second call to the file system short, and reads and writes move few
+// bytes: what a caller that goes on never notices.
+void FaultInterrupt(bool on);
 
 // Calls of a kind since the last arming.
 int FaultCalls(FaultKind kind);
