@@ -34,6 +34,7 @@ struct FaultsAllTest : WireTest {
         chmod(Path("stunnel").c_str(), 0755);
         WriteWholeFile(Path("client.pem"), "certificate\n");
         WriteWholeFile(Path("text"), Repeat("a line of text\n.\n", 300));
+        WriteWholeFile(Path("alt"), Repeat("one\n", 3000));
         WriteWholeFile(Path("one"), Sample(3000));
         WriteWholeFile(Path("two"), Sample(5));
         WriteWholeFile(Path("stored"), Message() + ".\r\n");
@@ -97,6 +98,14 @@ int32_t SendRoad(const Test& test)
 {
     return Session(rynSmtpConnect(0, "server.test", Sender, nullptr),
                    [&] { return SendFiles(test); });
+}
+
+int32_t HtmlRoad(const Test& test)
+{
+    const std::string text = "@" + test.Path("text"), alt = "@" + test.Path("alt");
+    return Session(rynSmtpConnect(0, "server.test", Sender, nullptr), [&] {
+        return Send({ .Message = text.c_str(), .Alternative = alt.c_str(), .Html = true });
+    });
 }
 
 int32_t Pop3Road(const Test& test)
@@ -169,6 +178,7 @@ constexpr unsigned Reading = 1u << FAULT_READ, Receiving = 1u << FAULT_RECEIVE;
 
 constexpr Road Roads[] = {
     { "send", SendRoad, "filename=\"two\"", 0, nullptr, Reading },
+    { "html", HtmlRoad, "multipart/alternative", 0, nullptr, Reading },
     { "pop3", Pop3Road, "[*mail]", Pop3Port, Pop3Script, Making | Receiving },
     { "imap", ImapRoad, "[*mail]", ImapPort, ImapScript, Making | Receiving },
     { "tunnel", TunnelRoad, "connect = mail.test:465\r\n", LocalPort, TunnelScript, 0 },

@@ -94,6 +94,9 @@ bool EqualNoCase(std::string_view a, std::string_view b);
 // Queues one reply line; CR LF is added.
 void Reply(Client& client, std::string_view line);
 
+// A decimal number without a sign; false for anything else, and for more than 9 digits.
+bool ParseNumber(std::string_view text, size_t& numberOut);
+
 // The messages of the folder, by their numbers.
 std::vector<StoredMessage> ListMessages(const char* folder);
 

@@ -18,18 +18,6 @@ struct Pop3Command {
 
 // --- numbers ---
 
-// A decimal number without a sign; false for anything else, and for more than 9 digits.
-static bool ParseNumber(std::string_view text, size_t& numberOut)
-{
-    numberOut = 0;
-    for (const char c : text) {
-        if (c < '0' || c > '9')
-            return false;
-        numberOut = numberOut * 10 + static_cast<size_t>(c - '0');
-    }
-    return !text.empty() && text.size() <= 9;
-}
-
 // The message that an argument names; null: the client has been told that there is none.
 static StoredMessage* FindMessage(Client& client, std::string_view argument)
 {

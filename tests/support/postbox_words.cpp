@@ -59,7 +59,7 @@ bool SplitList(std::string_view word, Words& wordsOut)
     return SplitWords(word, wordsOut);
 }
 
-static bool ParseNumber(std::string_view text, size_t& numberOut)
+bool ParseNumber(std::string_view text, size_t& numberOut)
 {
     numberOut = 0;
     for (const char c : text) {

@@ -180,52 +180,6 @@ TEST_F(FaultsTest, SmallWindowsAndShortSendsChangeNoByte)
     }
 }
 
-// One conversation with a log, a trace, a text file and an alternative file while a fault is armed.
-static bool RunUnderFault(HostTest& test, FaultKind kind, int nth, bool lasting)
-{
-    test.Renew();
-    VirtualClockSetLimit(3600 * 1000); // ms; no wait of a conversation is meant to be longer
-    SinkListen(HostPort);
-    const std::string text = "@" + test.Path("text"), alt = "@" + test.Path("alt");
-    const Mail mail = { .Message = text.c_str(), .Alternative = alt.c_str(), .Html = true };
-    WriteWholeFile(test.Path("log"), "of an earlier run"); // an empty file is not cut
-    lasting ? FaultArmFrom(kind, nth) : FaultArm(kind, nth);
-    if (rynAttach(1) == 999) {
-        HostSet(0, RYN_SMTP_PORT, HostPort);
-        HostSetText(0, RYN_LOG_FILE, test.Path("log"));
-        HostSetText(0, RYN_RCPT_TRACE_FILE, test.Path("trace"));
-        Converse(mail);
-    }
-    const bool struck = FaultDisarm();
-    rynRelease();
-    HostAttach();
-    ExpectUsable();
-    return struck;
-}
-
-struct EachFault : FaultsTest, ::testing::WithParamInterface<int> {};
-
-TEST_P(EachFault, IsSurvivedWhereverItStrikes)
-{
-    WriteWholeFile(Path("text"), Repeat("<p>one\n", 5000));
-    WriteWholeFile(Path("alt"), Repeat("one\n", 5000));
-    const FaultKind kind = static_cast<FaultKind>(GetParam());
-    for (const bool lasting : { false, true }) {
-        for (int nth = 1;; nth += 1 + nth / 6) {
-            SCOPED_TRACE(std::to_string(nth) + (lasting ? " and on" : ""));
-            const bool struck = RunUnderFault(*this, kind, nth, lasting);
-            EXPECT_TRUE(struck || nth > 1); // else this kind was never tried
-            if (!struck)
-                break;
-        }
-    }
-}
-
-INSTANTIATE_TEST_SUITE_P(Kinds, EachFault, ::testing::Range(0, static_cast<int>(FAULT_KIND_COUNT)),
-                         [](const auto& kind) {
-                             return FaultName(static_cast<FaultKind>(kind.param));
-                         });
-
 TEST_F(FaultsTest, AFullDiskUnderTheLogChangesNoResult)
 {
     Begin(Conversation(HeadScript() + "C: one\nC: two\n"));
