@@ -1,14 +1,9 @@
 // The draining SMTP server; see drain_peer.h.
 #include "bench/drain_peer.h"
 
-#include <arpa/inet.h>
-#include <csignal>
 #include <cstring>
-#include <netinet/in.h>
 #include <string>
-#include <sys/prctl.h>
 #include <sys/socket.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 static void Say(int client, const char* line)
@@ -57,32 +52,7 @@ static void Serve(int client)
     }
 }
 
-DrainPeer StartDrainPeer()
+PeerProcess StartDrainPeer()
 {
-    const int listener = socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in address = {};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t length = sizeof address;
-    sockaddr* const generic = reinterpret_cast<sockaddr*>(&address);
-    if (bind(listener, generic, length) != 0 || listen(listener, 8) != 0 ||
-        getsockname(listener, generic, &length) != 0)
-        return { 0, 0 };
-    const pid_t process = fork();
-    if (process == 0) {
-        prctl(PR_SET_PDEATHSIG, SIGKILL);
-        for (;;) {
-            const int client = accept(listener, nullptr, nullptr);
-            Serve(client);
-            close(client);
-        }
-    }
-    close(listener);
-    return { process, ntohs(address.sin_port) };
-}
-
-void StopDrainPeer(const DrainPeer& peer)
-{
-    kill(peer.Process, SIGKILL);
-    waitpid(peer.Process, nullptr, 0);
+    return StartPeerProcess([] {}, Serve);
 }

@@ -32,13 +32,13 @@ struct Task {
 };
 
 static std::string OutFolder;
-static MailPeer Pop3Peer;
-static MailPeer ImapPeer;
+static PeerProcess Pop3Peer;
+static PeerProcess ImapPeer;
 
 static void StopPeers()
 {
-    StopMailPeer(Pop3Peer);
-    StopMailPeer(ImapPeer);
+    StopPeerProcess(Pop3Peer);
+    StopPeerProcess(ImapPeer);
 }
 
 static bool DecodeByRyn(const void* data)

@@ -1,16 +1,12 @@
 // The serving mailbox server; see mail_peer.h.
 #include "bench/mail_peer.h"
 
-#include <arpa/inet.h>
-#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
-#include <sys/prctl.h>
 #include <sys/socket.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 static bool Send(int client, const std::string& bytes)
@@ -116,40 +112,13 @@ static void Serve(int client, const PeerWays& ways, const std::vector<std::strin
     }
 }
 
-[[noreturn]] static void RunPeer(int listener, PeerProtocol protocol,
-                                 const std::vector<std::string>& files)
+PeerProcess StartMailPeer(PeerProtocol protocol, const std::vector<std::string>& files)
 {
-    prctl(PR_SET_PDEATHSIG, SIGKILL);
-    std::vector<std::string> messages;
-    for (const std::string& file : files)
-        messages.push_back(LoadMessage(protocol, file));
-    for (;;) {
-        const int client = accept(listener, nullptr, nullptr);
-        Serve(client, Ways[protocol], messages);
-        close(client);
-    }
-}
-
-MailPeer StartMailPeer(PeerProtocol protocol, const std::vector<std::string>& files)
-{
-    const int listener = socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in address = {};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t length = sizeof address;
-    sockaddr* const generic = reinterpret_cast<sockaddr*>(&address);
-    if (bind(listener, generic, length) != 0 || listen(listener, 8) != 0 ||
-        getsockname(listener, generic, &length) != 0)
-        return { 0, 0 };
-    const pid_t process = fork();
-    if (process == 0)
-        RunPeer(listener, protocol, files);
-    close(listener);
-    return { process, ntohs(address.sin_port) };
-}
-
-void StopMailPeer(const MailPeer& peer)
-{
-    kill(peer.Process, SIGKILL);
-    waitpid(peer.Process, nullptr, 0);
+    std::vector<std::string> messages; // filled in the new process
+    return StartPeerProcess(
+        [&] {
+            for (const std::string& file : files)
+                messages.push_back(LoadMessage(protocol, file));
+        },
+        [&](int client) { Serve(client, Ways[protocol], messages); });
 }

@@ -9,7 +9,7 @@
 #include <string>
 #include <unistd.h>
 
-static DrainPeer Peer;
+static PeerProcess Peer;
 static std::string TextFile; // 64 MiB of text in lines of 70 chars and a line end
 
 static constexpr int64_t TextBytes = int64_t{ 64 } << 20;
@@ -146,6 +146,6 @@ int main(int argc, char** argv)
     benchmark::Initialize(&argc, argv);
     benchmark::RunSpecifiedBenchmarks();
     unlink(TextFile.c_str());
-    StopDrainPeer(Peer);
+    StopPeerProcess(Peer);
     return 0;
 }
