@@ -12,6 +12,7 @@
 #include "tests/fuzz/fuzz_world.h"
 #include "tests/fuzz/host_calls.h"
 #include "tests/fuzz/host_peer.h"
+#include "tests/support/fault.h"
 #include "tests/support/virtual_clock.h"
 #include "tests/support/virtual_socket.h"
 
@@ -268,10 +269,28 @@ static bool IsStatus(int32_t result)
     return status < Start().Statuses.size() && !Start().Statuses[status].empty();
 }
 
+// From here on a call of the system fails, once or for good, or signals cut its calls short.
+static void ArmFault(FuzzBytes& input, bool isTraced)
+{
+    constexpr uint8_t FromThereOn = 0x80;
+    const int kind = TakeByte(input) % (FAULT_ALL_COUNT + 1);
+    const uint8_t number = TakeByte(input);
+    if (isTraced)
+        fprintf(stderr, "fault %d, %d\n", kind, number);
+    if (kind == FAULT_ALL_COUNT)
+        return FaultInterrupt(number % 2 != 0);
+    (number < FromThereOn ? FaultArm : FaultArmFrom)(static_cast<FaultKind>(kind),
+                                                     number % FromThereOn);
+}
+
 static void RunCall(FuzzBytes& input, bool isTraced)
 {
+    constexpr uint8_t Fault = 0xF0;
+    const uint8_t choice = TakeByte(input);
+    if (choice >= Fault)
+        return ArmFault(input, isTraced);
     const auto rows = HostRows();
-    const HostRow& row = rows[TakeByte(input) % rows.size()];
+    const HostRow& row = rows[choice % rows.size()];
     const HostCall call = TakeCall(input, row);
     if (isTraced)
         fprintf(stderr, "%s %d %d %d '%.60s' '%.60s' ", row.Name, static_cast<int>(call.Channel),
@@ -303,6 +322,8 @@ static void RunHost(FuzzBytes& input)
     HostPeerBegin("rynRelease");
     HostKillPrograms();
     rynRelease();
+    FaultDisarm();
+    FaultInterrupt(false);
     WorldClose();
 }
 
